@@ -1,0 +1,39 @@
+#include "filelog.h"
+
+#include "kvecomn/astring.h"
+#include "kvecomn/log.h"
+
+namespace kvecomn {
+
+namespace {
+
+constexpr wchar_t moduleName[] = L"kvecomn";
+
+/// Writes the texts one after the other as an error line.
+template <typename... Text>
+void logLine(const Text&... texts) noexcept {
+    try {
+        AString message;
+        (message += ... += texts);
+        logError(moduleName, message);
+    } catch (...) {
+        // No memory for a line: the caller's answer says enough.
+    }
+}
+
+}  // namespace
+
+void logOpenError(const std::string& path, const char* reason) noexcept {
+    logLine("Cannot open \"", path, "\": ", reason);
+}
+
+void logCopyError(const std::string& from, const std::string& to, const char* reason) noexcept {
+    logLine("Cannot copy \"", from, "\" to \"", to, "\": ", reason);
+}
+
+void logUnsafeCopy(const std::string& from, const std::string& to, const char* reason) noexcept {
+    logLine("Copied \"", from, "\" to \"", to,
+            "\", but the directory may lose it with the power: ", reason);
+}
+
+}  // namespace kvecomn

@@ -1,0 +1,17 @@
+#ifndef KVECOMN_FILELOG_H
+#define KVECOMN_FILELOG_H
+
+#include <string>
+
+namespace kvecomn {
+
+// The error lines of the file functions. A line that cannot be formed for lack of memory is lost.
+
+void logOpenError(const std::string& path, const char* reason) noexcept;
+void logCopyError(const std::string& from, const std::string& to, const char* reason) noexcept;
+/// The copy has landed, but may be gone after a loss of power.
+void logUnsafeCopy(const std::string& from, const std::string& to, const char* reason) noexcept;
+
+}  // namespace kvecomn
+
+#endif  // KVECOMN_FILELOG_H
