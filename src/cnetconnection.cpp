@@ -1,0 +1,245 @@
+#include "voinet/cnetconnection.h"
+
+#include "boundary.h"
+#include "curlhandle.h"
+#include "kvecomn/anetworkutil.h"
+#include "logtag.h"
+#include "voinet/INetUtils.h"
+#include "voinet/chttphelper.h"
+#include "voinet/log.h"
+
+namespace tessaro_com::pkm::voInet {
+
+namespace {
+
+constexpr int kMaxAttempts = 3;
+
+/// Where the settings keep one host form.
+struct HostForm {
+    std::wstring TransferItf::*host;
+    std::string TransferItf::*hostUtf8;
+    int TransferItf::*port;
+};
+
+constexpr HostForm kHostForms[] = {
+    {&TransferItf::m_strHostIP, &TransferItf::m_strHostIP_utf8_rep, &TransferItf::m_nPortIP},
+    {&TransferItf::m_strHostFqdn, &TransferItf::m_strHostFqdn_utf8_rep, &TransferItf::m_nPortFqdn},
+    {&TransferItf::m_strHostNetBios, &TransferItf::m_strHostNetBios_utf8_rep,
+     &TransferItf::m_nPortNetbios},
+};
+
+/// Null for "none" and for numbers that name no form.
+const HostForm* hostFormOf(const voInetConnMethod& method) {
+    const bool known = method.kind >= connMethodIP && method.kind <= connMethodNetBios;
+    return known ? &kHostForms[method.kind - connMethodIP] : nullptr;
+}
+
+/// Repeats an attempt while its result asks for another host form and there is one.
+template <class Attempt, class MayMoveOn, class MoveOn>
+voInetError tryHostForms(Attempt attempt, MayMoveOn mayMoveOn, MoveOn moveOn) {
+    voInetError result = attempt();
+    for (int attempts = 1; attempts < kMaxAttempts && mayMoveOn(result) && moveOn(); ++attempts) {
+        result = attempt();
+    }
+    return result;
+}
+
+}  // namespace
+
+CNetConnection::CNetConnection() = default;
+
+CNetConnection::~CNetConnection() = default;
+
+voInetError CNetConnection::Logon(bool useTimeout, unsigned int timeoutSeconds) {
+    return withoutExceptions([&] {
+        m_bUseLogonTimeout = useTimeout;
+        m_nLogonTimeoutSeconds = timeoutSeconds;
+        voInetError result = voInetErrorSuccess;
+        for (const voInetConnMethod& method : {connMethodIP, connMethodFqdn, connMethodNetBios}) {
+            if (!ApplyHostInformation(method)) {
+                continue;
+            }
+            result = LogonWithConnSpec(method, useTimeout, timeoutSeconds);
+            if (!ShouldUseNextConnectionMethodForLogon(result)) {
+                break;
+            }
+        }
+        return result;
+    });
+}
+
+voInetError CNetConnection::DownloadFile(const std::wstring& localFile,
+                                         const std::wstring& remoteFile, CNetSessionSink* sink,
+                                         long* resumeOffset, bool& resume, const bool& useCache) {
+    return withoutExceptions([&] {
+        return tryHostForms(
+            [&] {
+                return DownloadFileWithConnSpec(m_currentMethod, localFile, remoteFile, sink,
+                                                resumeOffset, resume, useCache);
+            },
+            [this](voInetError result) { return ShouldUseNextConnectionMethod(result); },
+            [this] { return SetNextConnectionMethod(); });
+    });
+}
+
+voInetError CNetConnection::UploadFile(const std::wstring& source, const std::wstring& destination,
+                                       CNetSessionSink* sink) {
+    return withoutExceptions([&] {
+        return tryHostForms(
+            [&] { return UploadFileWithConnSpec(m_currentMethod, source, destination, sink); },
+            [this](voInetError result) {
+                return ShouldUseNextConnectionMethodForUploading(result);
+            },
+            [this] { return SetNextConnectionMethod(); });
+    });
+}
+
+voInetError CNetConnection::UploadFileResponse(const std::wstring& requestFile,
+                                               const std::wstring& serverPath,
+                                               const std::wstring& responseFile,
+                                               CNetSessionSink* sink) {
+    return withoutExceptions([&] {
+        // Without an IP-address form nothing is sent and success is returned; intended.
+        if (!ApplyHostInformation(connMethodIP)) {
+            return voInetErrorSuccess;
+        }
+        return tryHostForms(
+            [&] {
+                return UploadFileResponseWithConnSpec(m_currentMethod, requestFile, serverPath,
+                                                      responseFile, sink);
+            },
+            [this](voInetError result) {
+                // The same answer would come from every form of the server's name.
+                return result != voInetErrorKeysOutdated &&
+                       ShouldUseNextConnectionMethodForUploading(result);
+            },
+            [this] { return SetNextConnectionMethodForUploading(); });
+    });
+}
+
+bool CNetConnection::SetActiveHostSettings(const voInetConnMethod& method, const std::wstring& host,
+                                           const std::string& hostUtf8, int port) {
+    m_currentMethod = method;
+    m_strHost = host;
+    m_strHost_utf8_rep = hostUtf8;
+    m_nPort = port;
+    return true;
+}
+
+bool CNetConnection::ApplyHostInformation(const voInetConnMethod& method) {
+    const HostForm* form = hostFormOf(method);
+    if (form == nullptr || (this->*form->host).empty()) {
+        return false;
+    }
+    return SetActiveHostSettings(method, this->*form->host, this->*form->hostUtf8,
+                                 m_bUseSSL ? m_nSslPort : this->*form->port);
+}
+
+bool CNetConnection::CheckOptionsWithConnSpec(voInetConnMethod method) const {
+    const HostForm* form = hostFormOf(method);
+    return form != nullptr && method.kind == m_currentMethod.kind && !(this->*form->host).empty();
+}
+
+bool CNetConnection::AdvanceConnectionMethod() {
+    const bool hasNext =
+        m_currentMethod.kind >= connMethodNone && m_currentMethod.kind < connMethodNetBios;
+    if (hasNext) {
+        ++m_currentMethod.kind;
+    }
+    return hasNext;
+}
+
+bool CNetConnection::SetNextConnectionMethod() {
+    if (m_currentMethod.kind == connMethodNetBios) {
+        return false;
+    }
+    LogOut();
+    const bool advanced = AdvanceConnectionMethod();
+    // A form that is not configured leaves the host of the form before it active, and the logon
+    // goes there; intended.
+    ApplyHostInformation(m_currentMethod);
+    const voInetError result =
+        LogonWithConnSpec(m_currentMethod, m_bUseLogonTimeout, m_nLogonTimeoutSeconds);
+    return result == voInetErrorSuccess || (advanced && SetNextConnectionMethod());
+}
+
+bool CNetConnection::SetNextConnectionMethodForUploading() {
+    if (m_currentMethod.kind == connMethodNetBios) {
+        return false;
+    }
+    AdvanceConnectionMethod();
+    return ApplyHostInformation(m_currentMethod);
+}
+
+bool CNetConnection::ShouldUseNextConnectionMethod(voInetError result) const {
+    switch (result) {
+        case voInetErrorTransferFailed:
+        case voInetErrorTimeout:
+        case voInetErrorCodeMinus26:
+        case voInetErrorAccessDenied:
+        case voInetErrorHostNotResolved:
+        case voInetErrorProxyNotResolved:
+        case voInetErrorFailed:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool CNetConnection::ShouldUseNextConnectionMethodForUploading(voInetError result) const {
+    switch (result) {
+        case voInetErrorGuidExists:
+        case voInetErrorCodeMinus14:
+        case voInetErrorCodeMinus13:
+        case voInetErrorMaxRetries:
+        case voInetErrorSuccess:
+        case voInetErrorCancelled:
+        case voInetErrorPackageReceived:
+        case voInetErrorCode9:
+        case voInetErrorServerBusy:
+        case voInetErrorNoPackage:
+        case voInetErrorShutdown:
+            return false;
+        default:
+            return true;
+    }
+}
+
+bool CNetConnection::ShouldUseNextConnectionMethodForLogon(voInetError result) const {
+    switch (result) {
+        case voInetErrorMaxRetries:
+        case voInetErrorSuccess:
+        case voInetErrorCancelled:
+        case voInetErrorServerBusy:
+        case voInetErrorShutdown:
+            return false;
+        default:
+            return true;
+    }
+}
+
+bool CNetConnection::setAutoDetectProxy(void* curl, std::string& /*proxy*/,
+                                        const std::wstring& /*url*/) {
+    if (curl != nullptr) {
+        voinet_LoginfoDebug(kLogTag, "Proxy setting m_bUseIEConfig = %d", m_bUseIEConfig ? 1 : 0);
+    }
+    return false;
+}
+
+bool CNetConnection::setAlternateProxy(void* curl, std::string& proxy) {
+    if (curl == nullptr) {
+        return false;
+    }
+    proxy = unicode_to_utf8(m_strProxy);
+    setAddressScopeIfRequired(curl, proxy);
+    proxy = ANetworkUtil().formatV6addr(proxy, true);
+    curl_easy_setopt(curl, CURLOPT_PROXY, proxy.c_str());
+    curl_easy_setopt(curl, CURLOPT_PROXYPORT, static_cast<long>(m_nProxyPort));
+    if (m_bAltUseProxyAuthentication) {
+        curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, m_strAltProxyUserPwd_utf8_rep.c_str());
+        curl_easy_setopt(curl, CURLOPT_PROXYAUTH, kAnyAuthentication);
+    }
+    return true;
+}
+
+}  // namespace tessaro_com::pkm::voInet

@@ -1,0 +1,93 @@
+#ifndef VOINET_SRC_CURLHANDLE_H
+#define VOINET_SRC_CURLHANDLE_H
+
+#include "kvecomn/log.h"
+#include "voinet/callbacks.h"
+#include "voinet/chttphelper.h"
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <string>
+
+namespace tessaro_com::pkm::voInet {
+
+static_assert(sizeof(curl_off_t) == 8, "files beyond 2 GiB need 64-bit offsets");
+
+/// Owns an easy handle that CConnectionHelper has set up; null when curl had none.
+class ConnectionHandle {
+  public:
+    ConnectionHandle(CConnectionHelper& helper, CallbackManager* manager) : m_helper(helper) {
+        m_helper.SetupCurlHandle(&m_handle, manager);
+    }
+    ~ConnectionHandle() { m_helper.FreeCurlHandle(m_handle); }
+
+    ConnectionHandle(const ConnectionHandle&) = delete;
+    ConnectionHandle& operator=(const ConnectionHandle&) = delete;
+
+    void* get() const { return m_handle; }
+
+  private:
+    CConnectionHelper& m_helper;
+    void* m_handle = nullptr;
+};
+
+struct EasyHandleCleanup {
+    void operator()(CURL* handle) const noexcept { curl_easy_cleanup(handle); }
+};
+
+/// Owns an easy handle without any settings.
+using EasyHandle = std::unique_ptr<CURL, EasyHandleCleanup>;
+
+/// Owns the header lines of a request. They must outlive the transfers of the handle they are set
+/// on.
+class HeaderList {
+  public:
+    void append(const std::string& line) {
+        curl_slist* longer = curl_slist_append(m_lines.get(), line.c_str());
+        if (longer != nullptr) {
+            (void)m_lines.release();
+            m_lines.reset(longer);
+        }
+    }
+
+    curl_slist* get() const { return m_lines.get(); }
+    bool empty() const { return m_lines == nullptr; }
+
+  private:
+    struct FreeAll {
+        void operator()(curl_slist* lines) const noexcept { curl_slist_free_all(lines); }
+    };
+    std::unique_ptr<curl_slist, FreeAll> m_lines;
+};
+
+/// CURLAUTH_ANY as curl_easy_setopt reads it.
+inline constexpr long kAnyAuthentication = static_cast<long>(CURLAUTH_ANY);
+
+/// Status of the latest answer, 0 when there was none.
+inline int responseCode(CURL* handle, CURLINFO info = CURLINFO_RESPONSE_CODE) {
+    long code = 0;
+    if (handle != nullptr) {
+        curl_easy_getinfo(handle, info, &code);
+    }
+    return static_cast<int>(code);
+}
+
+/// Switches curl's trace on when the host wants detail from everything or from curl.
+inline void installTraceIfWanted(CURL* handle) {
+    char name[] = "curl";
+    if (isDetailLoggingEnabled() || logDetailListContains(name)) {
+        curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
+        curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, trace_curl);
+    }
+}
+
+/// A transfer that moves less than one byte per second for ten minutes has failed.
+inline void installStallDetection(CURL* handle) {
+    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, 600L);
+}
+
+}  // namespace tessaro_com::pkm::voInet
+
+#endif  // VOINET_SRC_CURLHANDLE_H
