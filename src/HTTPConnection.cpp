@@ -186,8 +186,19 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
+/// What has no contents to announce and send: opening a FIFO could wait for ever, and a directory
+/// can be opened but not read.
+bool isUnsendable(const std::string& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 &&
+           (S_ISDIR(status.st_mode) || S_ISFIFO(status.st_mode));
+}
+
 File openFile(const std::string& path, bool forReading) {
     voinet_LoginfoDebug(kLogTag, "Opening file  %s callback", path.c_str());
+    if (forReading && isUnsendable(path)) {
+        return nullptr;
+    }
     File file(std::fopen(path.c_str(), forReading ? "rb" : "wb"));
     if (file != nullptr && !forReading) {
         // Unbuffered, so that a full disk shows in the write callback and not when the file is
