@@ -1,0 +1,43 @@
+#include "credentials.h"
+
+#include "starterror.h"
+
+#include <httplib.h>
+#include <strings.h>
+
+#include <cerrno>
+#include <fstream>
+#include <string_view>
+#include <system_error>
+
+namespace voinetserver {
+namespace {
+
+constexpr std::string_view scheme = "Basic ";
+
+}  // namespace
+
+Credentials::Credentials(const std::string& user, const std::string& password)
+    : expectedToken_(
+          httplib::make_basic_authentication_header(user, password).second.substr(scheme.size())) {}
+
+bool Credentials::accept(const std::string& authorization) const {
+    return ::strncasecmp(authorization.c_str(), scheme.data(), scheme.size()) == 0 &&
+           authorization.substr(scheme.size()) == expectedToken_;
+}
+
+std::string readPassword(const std::string& file) {
+    std::ifstream input(file);
+    std::string password;
+    if (!input || !std::getline(input, password)) {
+        const std::string reason =
+            input.is_open() ? "it has no first line" : std::generic_category().message(errno);
+        throw StartError("the password file " + file + " cannot be read: " + reason);
+    }
+    if (!password.empty() && password.back() == '\r') {
+        password.pop_back();
+    }
+    return password;
+}
+
+}  // namespace voinetserver
