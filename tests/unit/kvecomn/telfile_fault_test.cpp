@@ -1,0 +1,623 @@
+// The file functions when single system calls fail, are interrupted, or are the last that the
+// process makes. The calls are replaced by the definitions below, which the library finds first.
+
+#include "kvecomn/telfile.h"
+#include "testsupport.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/random.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <iterator>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace {
+
+/// What happens to the calls of this thread; only tests set it.
+struct FaultPlan {
+    bool isActive = false;
+    /// The call that fails, counted from 0; -1: none.
+    int failing = -1;
+    /// errno of the failing call, or SIGKILL's number with `kills`.
+    int error = 0;
+    bool kills = false;
+    /// Fails all calls of this name instead of one by number.
+    std::string name;
+    /// Cuts every count of bytes down to this, when not 0.
+    std::size_t mostBytes = 0;
+    std::vector<std::string> calls;
+};
+
+FaultPlan plan;
+
+/// Whether the present call has to fail; errno is set then.
+bool failsNow(const char* name) {
+    if (!plan.isActive) {
+        return false;
+    }
+    const int number = static_cast<int>(plan.calls.size());
+    plan.calls.emplace_back(name);
+    if (number != plan.failing && plan.name != name) {
+        return false;
+    }
+    if (plan.kills) {
+        kill(getpid(), SIGKILL);
+    }
+    errno = plan.error;
+    return true;
+}
+
+std::size_t shortened(std::size_t size) {
+    return plan.isActive && plan.mostBytes != 0 ? std::min(size, plan.mostBytes) : size;
+}
+
+template <typename Function>
+Function* realFunction(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+// The system's declarations have reserved names for their parameters.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+extern "C" {
+
+int openat(int directory, const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    static auto* const real = realFunction<int(int, const char*, int, ...)>("openat64");
+    return failsNow("openat") ? -1 : real(directory, path, flags, mode);
+}
+
+int fstat(int file, struct stat* status) noexcept {
+    static auto* const real = realFunction<int(int, struct stat*)>("fstat64");
+    return failsNow("fstat") ? -1 : real(file, status);
+}
+
+int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept {
+    static auto* const real = realFunction<int(int, const char*, struct stat*, int)>("fstatat64");
+    return failsNow("fstatat") ? -1 : real(directory, path, status, flags);
+}
+
+int fstatfs(int file, struct statfs* status) noexcept {
+    static auto* const real = realFunction<int(int, struct statfs*)>("fstatfs64");
+    return failsNow("fstatfs") ? -1 : real(file, status);
+}
+
+ssize_t readlinkat(int directory, const char* path, char* text, std::size_t size) noexcept {
+    static auto* const real =
+        realFunction<ssize_t(int, const char*, char*, std::size_t)>("readlinkat");
+    return failsNow("readlinkat") ? -1 : real(directory, path, text, size);
+}
+
+int fcntl(int file, int command, ...) {
+    va_list arguments;
+    va_start(arguments, command);
+    const long argument = va_arg(arguments, long);
+    va_end(arguments);
+    static auto* const real = realFunction<int(int, int, ...)>("fcntl64");
+    return failsNow("fcntl") ? -1 : real(file, command, argument);
+}
+
+int ioctl(int file, unsigned long request, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, request);
+    const long argument = va_arg(arguments, long);
+    va_end(arguments);
+    static auto* const real = realFunction<int(int, unsigned long, ...)>("ioctl");
+    return failsNow("ioctl") ? -1 : real(file, request, argument);
+}
+
+ssize_t read(int file, void* buffer, std::size_t size) {
+    static auto* const real = realFunction<ssize_t(int, void*, std::size_t)>("read");
+    return failsNow("read") ? -1 : real(file, buffer, shortened(size));
+}
+
+ssize_t write(int file, const void* buffer, std::size_t size) {
+    static auto* const real = realFunction<ssize_t(int, const void*, std::size_t)>("write");
+    return failsNow("write") ? -1 : real(file, buffer, shortened(size));
+}
+
+ssize_t copy_file_range(int in, off_t* inOffset, int out, off_t* outOffset, std::size_t size,
+                        unsigned flags) {
+    static auto* const real =
+        realFunction<ssize_t(int, off_t*, int, off_t*, std::size_t, unsigned)>("copy_file_range");
+    return failsNow("copy_file_range") ? -1
+                                       : real(in, inOffset, out, outOffset, shortened(size), flags);
+}
+
+ssize_t sendfile(int out, int in, off_t* offset, std::size_t size) noexcept {
+    static auto* const real = realFunction<ssize_t(int, int, off_t*, std::size_t)>("sendfile64");
+    return failsNow("sendfile") ? -1 : real(out, in, offset, shortened(size));
+}
+
+int ftruncate(int file, off_t size) noexcept {
+    static auto* const real = realFunction<int(int, off_t)>("ftruncate64");
+    return failsNow("ftruncate") ? -1 : real(file, size);
+}
+
+off_t lseek(int file, off_t offset, int origin) noexcept {
+    static auto* const real = realFunction<off_t(int, off_t, int)>("lseek64");
+    return failsNow("lseek") ? -1 : real(file, offset, origin);
+}
+
+int fchmod(int file, mode_t mode) noexcept {
+    static auto* const real = realFunction<int(int, mode_t)>("fchmod");
+    return failsNow("fchmod") ? -1 : real(file, mode);
+}
+
+int fchown(int file, uid_t owner, gid_t group) noexcept {
+    static auto* const real = realFunction<int(int, uid_t, gid_t)>("fchown");
+    return failsNow("fchown") ? -1 : real(file, owner, group);
+}
+
+int fdatasync(int file) {
+    static auto* const real = realFunction<int(int)>("fdatasync");
+    return failsNow("fdatasync") ? -1 : real(file);
+}
+
+int fsync(int file) {
+    static auto* const real = realFunction<int(int)>("fsync");
+    return failsNow("fsync") ? -1 : real(file);
+}
+
+int syncfs(int file) noexcept {
+    static auto* const real = realFunction<int(int)>("syncfs");
+    return failsNow("syncfs") ? -1 : real(file);
+}
+
+int flock(int file, int operation) noexcept {
+    static auto* const real = realFunction<int(int, int)>("flock");
+    return failsNow("flock") ? -1 : real(file, operation);
+}
+
+ssize_t getrandom(void* buffer, std::size_t size, unsigned flags) {
+    static auto* const real = realFunction<ssize_t(void*, std::size_t, unsigned)>("getrandom");
+    return failsNow("getrandom") ? -1 : real(buffer, shortened(size), flags);
+}
+
+int renameat(int fromDirectory, const char* from, int toDirectory, const char* to) noexcept {
+    static auto* const real = realFunction<int(int, const char*, int, const char*)>("renameat");
+    return failsNow("renameat") ? -1 : real(fromDirectory, from, toDirectory, to);
+}
+
+int unlinkat(int directory, const char* path, int flags) noexcept {
+    static auto* const real = realFunction<int(int, const char*, int)>("unlinkat");
+    return failsNow("unlinkat") ? -1 : real(directory, path, flags);
+}
+
+int close(int file) {
+    static auto* const real = realFunction<int(int)>("close");
+    if (!failsNow("close")) {
+        return real(file);
+    }
+    // As in the kernel, the number is free whatever the answer.
+    const int error = errno;
+    real(file);
+    errno = error;
+    return -1;
+}
+}
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::UnorderedElementsAre;
+
+constexpr int mostCalls = 1000;
+
+/// Puts a plan into force while it lives.
+class ActivePlan {
+  public:
+    explicit ActivePlan(FaultPlan next) {
+        next.isActive = true;
+        plan = std::move(next);
+    }
+    ~ActivePlan() { plan.isActive = false; }
+    ActivePlan(const ActivePlan&) = delete;
+    ActivePlan& operator=(const ActivePlan&) = delete;
+};
+
+std::size_t openDescriptors() {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        count += entry.path().empty() ? 0U : 1U;
+    }
+    return count;
+}
+
+FaultPlan failingCall(int number, int error) {
+    FaultPlan next;
+    next.failing = number;
+    next.error = error;
+    return next;
+}
+
+FaultPlan failingName(const char* name, int error) {
+    FaultPlan next;
+    next.name = name;
+    next.error = error;
+    return next;
+}
+
+/// A copy over an old file that lies behind a link, with a mode of its own.
+class CopyFault : public testing::Test {
+  protected:
+    CopyFault() {
+        writeText(m_directory / "from", m_new);
+        std::filesystem::create_symlink("target", m_directory / "to");
+        restore();
+    }
+
+    void restore() {
+        std::filesystem::remove(m_directory / "target");
+        writeText(m_directory / "target", m_old);
+        chmod((m_directory / "target").c_str(), 0640);
+        giveAway(m_directory / "target");
+        m_log.lines.clear();
+    }
+
+    bool copyWith(const FaultPlan& next) {
+        const ActivePlan active(next);
+        return telCopyFile(m_directory / "from", m_directory / "to");
+    }
+
+    void expectNothingBeside() {
+        EXPECT_THAT(m_directory.names(), UnorderedElementsAre("from", "to", "target"));
+        EXPECT_TRUE(std::filesystem::is_symlink(m_directory / "to"));
+    }
+
+    TestDirectory m_directory;
+    LogCapture m_log;
+    const std::string m_old = numberedText(3000);
+    const std::string m_new = std::string(200000, 'n') + numberedText(70001);
+};
+
+class CopyFaultError : public CopyFault, public testing::WithParamInterface<int> {};
+
+TEST_P(CopyFaultError, AtEveryCall_TargetIsOldWithOneLineOrNew) {
+    const std::size_t descriptors = openDescriptors();
+    int failures = 0;
+    int number = 0;
+    for (; number < mostCalls; ++number) {
+        restore();
+        const bool isCopied = copyWith(failingCall(number, GetParam()));
+        const std::string failed = plan.calls.size() > static_cast<std::size_t>(number)
+                                       ? plan.calls[static_cast<std::size_t>(number)]
+                                       : "";
+        EXPECT_EQ(readText(m_directory / "target"), isCopied ? m_new : m_old) << failed;
+        EXPECT_EQ(modeOf(m_directory / "target"), 0640U) << failed;
+        EXPECT_EQ(m_log.lines.size(), isCopied && failed != "fsync" ? 0U : 1U) << failed;
+        expectNothingBeside();
+        failures += isCopied ? 0 : 1;
+        if (failed.empty()) {
+            EXPECT_TRUE(isCopied);
+            break;
+        }
+    }
+    EXPECT_LT(number, mostCalls);
+    EXPECT_GT(failures, 15);
+    EXPECT_EQ(openDescriptors(), descriptors);
+}
+
+INSTANTIATE_TEST_SUITE_P(Errors, CopyFaultError, testing::Values(EIO, ENOSPC, EDQUOT, EROFS));
+
+TEST_F(CopyFault, InterruptionAtEveryCall_ChangesNothing) {
+    int number = 0;
+    for (; number < mostCalls; ++number) {
+        restore();
+        EXPECT_TRUE(copyWith(failingCall(number, EINTR))) << plan.calls[plan.calls.size() - 1];
+        EXPECT_EQ(readText(m_directory / "target"), m_new);
+        EXPECT_THAT(m_log.lines, testing::IsEmpty());
+        expectNothingBeside();
+        if (plan.calls.size() <= static_cast<std::size_t>(number)) {
+            break;
+        }
+    }
+    EXPECT_GT(number, 20);
+    EXPECT_LT(number, mostCalls);
+}
+
+/// The same with a file that begins with a hole.
+class SparseCopyFault : public CopyFault {
+  protected:
+    SparseCopyFault() {
+        std::ofstream file(m_directory / "from", std::ios::binary);
+        file.seekp(holeSize);
+        file << m_new;
+    }
+
+    static constexpr std::size_t holeSize = std::size_t{1} << 20;
+    const std::string m_sparse = std::string(holeSize, '\0') + m_new;
+};
+
+TEST_F(SparseCopyFault, AtEveryCall_TargetIsOldOrNew) {
+    int seeks = 0;
+    int number = 0;
+    for (; number < mostCalls; ++number) {
+        restore();
+        const bool isCopied = copyWith(failingCall(number, EIO));
+        EXPECT_EQ(readText(m_directory / "target"), isCopied ? m_sparse : m_old) << number;
+        expectNothingBeside();
+        if (plan.calls.size() <= static_cast<std::size_t>(number)) {
+            break;
+        }
+        const std::string& failed = plan.calls[static_cast<std::size_t>(number)];
+        const bool isSeek = failed == "lseek" || failed == "ftruncate";
+        EXPECT_FALSE(isSeek && isCopied) << failed;
+        seeks += isSeek ? 1 : 0;
+    }
+    EXPECT_LT(number, mostCalls);
+    EXPECT_GE(seeks, 5);
+}
+
+TEST_F(CopyFault, WaysOfTheKernelThatAreMissing_FallBackToTheNext) {
+    for (const int error : {ENOSYS, EXDEV, EINVAL, EOPNOTSUPP, EPERM, ENOTTY}) {
+        for (const char* name : {"ioctl", "copy_file_range", "sendfile"}) {
+            restore();
+            EXPECT_TRUE(copyWith(failingName(name, error))) << name << ' ' << error;
+            EXPECT_EQ(readText(m_directory / "target"), m_new) << name << ' ' << error;
+        }
+    }
+}
+
+TEST_F(CopyFault, WayThatBreaksOffInTheMiddle_GoesOnWhereItStopped) {
+    // The first parts are moved by the kernel; later calls of each kind are refused in turn.
+    FaultPlan counting;
+    counting.mostBytes = 1000;
+    copyWith(counting);
+    const std::vector<std::string> calls = plan.calls;
+    int refused = 0;
+    for (std::size_t i = 0; i < calls.size(); i += 7) {
+        if (calls[i] == "copy_file_range" || calls[i] == "sendfile") {
+            restore();
+            FaultPlan next = failingCall(static_cast<int>(i), EXDEV);
+            next.mostBytes = 1000;
+            EXPECT_TRUE(copyWith(next));
+            EXPECT_EQ(readText(m_directory / "target"), m_new) << i;
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, 10);
+}
+
+TEST_F(CopyFault, ShortCountsEverywhere_AreCompleted) {
+    for (const std::size_t most : {7U, 1000U, 65535U}) {
+        for (const char* name : {"", "copy_file_range"}) {
+            restore();
+            FaultPlan next = failingName(name, ENOSYS);
+            next.mostBytes = most;
+            EXPECT_TRUE(copyWith(next));
+            EXPECT_EQ(readText(m_directory / "target"), m_new) << most << name;
+        }
+    }
+}
+
+TEST_F(CopyFault, OwnerThatCannotBeKept_TakesTheSetIdBitsAlong) {
+    chmod((m_directory / "target").c_str(), 06755);
+    struct stat before {};
+    stat((m_directory / "target").c_str(), &before);
+    const bool isForeign = before.st_uid != geteuid();
+
+    EXPECT_TRUE(copyWith(failingName("fchown", EPERM)));
+
+    EXPECT_EQ(modeOf(m_directory / "target"), isForeign ? 0755U : 06755U);
+}
+
+TEST_F(CopyFault, DirectoryThatCannotBeFlushed_IsTrueWithOneLine) {
+    EXPECT_TRUE(copyWith(failingName("fsync", EIO)));
+
+    EXPECT_EQ(readText(m_directory / "target"), m_new);
+    EXPECT_THAT(m_log.lines, ElementsAre(testing::AllOf(HasSubstr(m_directory / "from"),
+                                                        HasSubstr(m_directory / "to"),
+                                                        HasSubstr("Input/output"))));
+}
+
+TEST_F(CopyFault, FileSystemWithoutFlush_IsNoError) {
+    EXPECT_TRUE(copyWith(failingName("fsync", EINVAL)));
+    EXPECT_TRUE(copyWith(failingName("fdatasync", EINVAL)));
+    EXPECT_THAT(m_log.lines, testing::IsEmpty());
+}
+
+TEST_F(CopyFault, FileSystemWithoutLocks_IsNoError) {
+    EXPECT_TRUE(copyWith(failingName("flock", ENOLCK)));
+    EXPECT_THAT(m_log.lines, testing::IsEmpty());
+}
+
+TEST_F(CopyFault, LockedByAnotherEachTime_FailsAndLeavesNothing) {
+    EXPECT_FALSE(copyWith(failingName("flock", EWOULDBLOCK)));
+    EXPECT_EQ(m_log.lines.size(), 1U);
+    expectNothingBeside();
+}
+
+TEST_F(CopyFault, DataLostAtClose_LeavesTheOldFile) {
+    // The first copy looks for left siblings; the second shows the calls that the third will make.
+    copyWith({});
+    restore();
+    copyWith({});
+    const auto rename = std::find(plan.calls.begin(), plan.calls.end(), "renameat");
+    const auto close = std::find(std::make_reverse_iterator(rename), plan.calls.rend(), "close");
+    ASSERT_NE(close, plan.calls.rend());
+    const auto number = static_cast<int>(plan.calls.rend() - close - 1);
+    restore();
+
+    EXPECT_FALSE(copyWith(failingCall(number, EDQUOT)));
+
+    EXPECT_EQ(plan.calls[static_cast<std::size_t>(number)], "close");
+    EXPECT_EQ(readText(m_directory / "target"), m_old);
+    EXPECT_THAT(m_log.lines, ElementsAre(HasSubstr("close: ")));
+    expectNothingBeside();
+}
+
+std::size_t positionOf(const char* name) {
+    const auto found = std::find(plan.calls.begin(), plan.calls.end(), name);
+    return static_cast<std::size_t>(found - plan.calls.begin());
+}
+
+TEST_F(CopyFault, Storage_GetsContentsBeforeTheRenameAndDirectoryAfterIt) {
+    EXPECT_TRUE(copyWith({}));
+
+    EXPECT_LT(positionOf("fdatasync"), positionOf("renameat"));
+    EXPECT_LT(positionOf("renameat"), positionOf("fsync"));
+    EXPECT_LT(positionOf("fsync"), plan.calls.size());
+}
+
+TEST_F(CopyFault, TemporaryDirectory_IsNotFlushed) {
+    const std::string to = "/tmp/kvecomn-test-" + std::to_string(getpid());
+    bool isCopied = false;
+    {
+        const ActivePlan active({});
+        isCopied = telCopyFile(m_directory / "from", to);
+    }
+    std::filesystem::remove(to);
+
+    EXPECT_TRUE(isCopied);
+    EXPECT_EQ(positionOf("fdatasync"), plan.calls.size());
+    EXPECT_EQ(positionOf("fsync"), plan.calls.size());
+    EXPECT_LT(positionOf("renameat"), plan.calls.size());
+}
+
+/// Copies in a process of its own; returns its wait status.
+int copyInChild(const std::string& from, const std::string& to, const FaultPlan& next) {
+    const pid_t child = fork();
+    if (child == 0) {
+        const ActivePlan active(next);
+        _exit(telCopyFile(from, to) ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+TEST_F(CopyFault, DeathAtEveryCall_LeavesOldOrNewAndTheNextRunCleansUp) {
+    int deaths = 0;
+    bool wasLeftBehind = false;
+    for (int number = 0; number < mostCalls; ++number) {
+        restore();
+        FaultPlan next = failingCall(number, 0);
+        next.kills = true;
+        const int status = copyInChild(m_directory / "from", m_directory / "to", next);
+        const std::string seen = readText(m_directory / "target");
+        EXPECT_TRUE(seen == m_old || seen == m_new) << number;
+        wasLeftBehind = wasLeftBehind || m_directory.names().size() > 3;
+        if (!WIFSIGNALED(status)) {
+            EXPECT_EQ(status, 0);
+            EXPECT_EQ(seen, m_new);
+            break;
+        }
+        ++deaths;
+        EXPECT_EQ(copyInChild(m_directory / "from", m_directory / "to", {}), 0);
+        EXPECT_EQ(readText(m_directory / "target"), m_new);
+        expectNothingBeside();
+    }
+    EXPECT_GT(deaths, 20);
+    EXPECT_TRUE(wasLeftBehind);
+}
+
+class FileFault : public testing::Test {
+  protected:
+    telHandle openWith(const FaultPlan& next, std::uint32_t disposition) {
+        const ActivePlan active(next);
+        return telCreateFileAW(m_directory / "f", telGenericRead | telGenericWrite, telShareNone,
+                               disposition, telAttributeNormal);
+    }
+
+    TestDirectory m_directory;
+    LogCapture m_log;
+};
+
+TEST_F(FileFault, OpenWithAnErrorAtEveryCall_IsNullWithOneLineOrWhole) {
+    for (const std::uint32_t disposition : {telCreateAlways, telOpenAlways, telOpenExisting}) {
+        int failures = 0;
+        for (int number = 0;; ++number) {
+            ASSERT_LT(number, mostCalls);
+            writeText(m_directory / "f", "old");
+            m_log.lines.clear();
+            const std::size_t descriptors = openDescriptors();
+            TelFile* const file = openWith(failingCall(number, EIO), disposition);
+            const bool isDone = plan.calls.size() <= static_cast<std::size_t>(number);
+            failures += file == nullptr ? 1 : 0;
+            EXPECT_EQ(m_log.lines.size(), file == nullptr ? 1U : 0U);
+            telCloseHandle(file);
+            EXPECT_EQ(openDescriptors(), descriptors);
+            if (isDone) {
+                EXPECT_NE(file, nullptr);
+                break;
+            }
+        }
+        EXPECT_GT(failures, 5);
+    }
+}
+
+TEST_F(FileFault, OpenInterruptedAtEveryCall_Succeeds) {
+    for (int number = 0;; ++number) {
+        ASSERT_LT(number, mostCalls);
+        TelFile* const file = openWith(failingCall(number, EINTR), telCreateAlways);
+        const bool isDone = plan.calls.size() <= static_cast<std::size_t>(number);
+        EXPECT_NE(file, nullptr);
+        telCloseHandle(file);
+        if (isDone) {
+            break;
+        }
+    }
+}
+
+TEST_F(FileFault, CloseThatLosesData_IsFalseAndAnInterruptedOneIsNot) {
+    for (const int error : {EIO, ENOSPC, EDQUOT, EINTR}) {
+        TelFile* const file = openWith({}, telCreateAlways);
+        const ActivePlan active(failingName("close", error));
+        EXPECT_EQ(telCloseHandle(file), error == EINTR) << error;
+    }
+}
+
+TEST_F(FileFault, ShortCounts_AreCompletedBothWays) {
+    const std::string text = numberedText(5000);
+    TelFile* const file = openWith({}, telCreateAlways);
+    FaultPlan next;
+    next.mostBytes = 13;
+    std::string received(text.size(), '?');
+    {
+        const ActivePlan active(next);
+        EXPECT_EQ(telWriteFile(file, text.data(), text.size()), text.size());
+        EXPECT_EQ(telSetFilePointer(file, 0, telFileBegin), 0);
+        EXPECT_EQ(telReadFile(file, received.data(), received.size()), text.size());
+    }
+    telCloseHandle(file);
+
+    EXPECT_EQ(received, text);
+}
+
+TEST_F(FileFault, ErrorInTheMiddle_ReturnsTheCountUntilThere) {
+    const std::string text = numberedText(5000);
+    TelFile* const file = openWith({}, telCreateAlways);
+    FaultPlan next = failingCall(3, EIO);
+    next.mostBytes = 100;
+    {
+        const ActivePlan active(next);
+        EXPECT_EQ(telWriteFile(file, text.data(), text.size()), 300U);
+    }
+    telCloseHandle(file);
+
+    EXPECT_EQ(readText(m_directory / "f"), text.substr(0, 300));
+}
+
+}  // namespace
