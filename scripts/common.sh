@@ -1,0 +1,86 @@
+# Shared by the scripts: sourced, not run.
+# shellcheck shell=bash
+
+set -euo pipefail
+
+project_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+jobs=$(nproc)
+
+# What the library, the command and the development server are built with.
+build_packages=(
+    cmake g++ libcli11-dev libcpp-httplib-dev libcurl4-openssl-dev libfmt-dev libmbedtls-dev
+    libssl-dev ninja-build nlohmann-json3-dev pkg-config
+)
+# What the tests need on top; the servers are started by the tests themselves.
+test_packages=(
+    libgmock-dev libgtest-dev libpam-pwdfile nginx-light openssl squid vsftpd
+)
+# What lint needs on top.
+lint_packages=(clang-format clang-tidy)
+# What the benchmarks need on top.
+bench_packages=(curl libbenchmark-dev nginx-light python3 valgrind)
+
+say() { printf '%s\n' "$*"; }
+
+fail() {
+    printf '%s: %s\n' "$(basename "$0")" "$*" >&2
+    exit 1
+}
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    else
+        command -v sudo >/dev/null || fail "not root, and there is no sudo to become it"
+        sudo "$@"
+    fi
+}
+
+is_installed() {
+    [ "$(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+# Installs the named Debian packages that are missing.
+need_packages() {
+    local package missing=()
+    command -v dpkg-query >/dev/null || fail "needs a Debian system (no dpkg-query found)"
+    for package in "$@"; do
+        is_installed "$package" || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    say "Installing with apt-get: ${missing[*]}"
+    as_root apt-get update -qq || fail "apt-get update failed; is there a network?"
+    install_packages "${missing[@]}"
+}
+
+# Servers that come with a package are not to be started by its installation: the tests start their
+# own, on free ports.
+install_packages() {
+    local policy=/usr/sbin/policy-rc.d made_policy=
+    if [ ! -e "$policy" ]; then
+        printf '#!/bin/sh\nexit 101\n' | as_root tee "$policy" >/dev/null
+        as_root chmod 755 "$policy"
+        made_policy=yes
+    fi
+    local status=0
+    as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "$@" >/dev/null || status=$?
+    [ -z "$made_policy" ] || as_root rm -f "$policy"
+    [ "$status" -eq 0 ] || fail "apt-get could not install: $*"
+}
+
+# Configures and builds a preset: build_preset PRESET [cmake arguments ...]
+build_preset() {
+    local preset=$1
+    shift
+    local log="$project_root/build/$preset.log"
+    mkdir -p "$project_root/build"
+    (cd "$project_root" && cmake --preset "$preset" "$@") >"$log" 2>&1 || {
+        cat "$log" >&2
+        fail "configuring '$preset' failed"
+    }
+    cmake --build "$project_root/build/$preset" -j "$jobs" >"$log" 2>&1 || {
+        grep -v '^\[[0-9]*/[0-9]*\] Building' "$log" >&2
+        fail "building '$preset' failed"
+    }
+}
