@@ -68,8 +68,10 @@ int openAccess(std::uint32_t access, bool empties) {
 }
 
 void makeEmpty(const Descriptor& file) {
-    // Terminals and FIFOs have nothing to throw away.
-    if (S_ISREG(kvecomn::statusOf(file).st_mode) &&
+    const struct stat status = kvecomn::statusOf(file);
+    // Terminals and FIFOs have nothing to throw away. Nor has an empty file, and some file systems
+    // write a file that was emptied to storage when it is closed, which costs a temporary one dear.
+    if (S_ISREG(status.st_mode) && status.st_size > 0 &&
         kvecomn::uninterrupted([&] { return ftruncate(file.get(), 0); }) == -1) {
         throw FileError(errno, "empty");
     }
