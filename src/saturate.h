@@ -1,19 +1,23 @@
 #ifndef VOINET_SRC_SATURATE_H
 #define VOINET_SRC_SATURATE_H
 
+#include <cmath>
 #include <limits>
 #include <type_traits>
 
 namespace tessaro_com::pkm::voInet {
 
-/// `value` as a To; a value beyond To's range becomes the nearest one inside. The figures of the
-/// interface are `long`, which has 32 bits on the device.
+/// `value` as a To; a value beyond To's range becomes the nearest one inside, "not a number" 0. The
+/// figures of the interface are `long`, which has 32 bits on the device.
 template <class To, class From>
 constexpr To saturate(From value) {
     static_assert(std::is_integral_v<To> && std::is_arithmetic_v<From>);
     using Limits = std::numeric_limits<To>;
     if constexpr (std::is_floating_point_v<From>) {
-        if (!(value > static_cast<From>(Limits::min()))) {  // catches "not a number" as well
+        if (std::isnan(value)) {
+            return 0;
+        }
+        if (value <= static_cast<From>(Limits::min())) {
             return Limits::min();
         }
         return value >= static_cast<From>(Limits::max()) ? Limits::max() : static_cast<To>(value);

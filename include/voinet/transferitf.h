@@ -94,9 +94,10 @@ class VOINET_API TransferItf {
     /// @param resumeOffset  byte offset to resume from, 0 or null to download the whole file. The
     ///                      1,024 bytes *at* the offset are compared with those of the partial
     ///                      local file, so resume a partial file of N bytes with N - 1,024, and
-    ///                      with 0 when it is shorter; with any larger offset nothing can match and
-    ///                      the whole file is downloaded. It is set to 0 when the download started
-    ///                      over. Where `long` has 32 bits, a file can be resumed up to 2 GiB.
+    ///                      with 0 when it is shorter; with any larger offset there is nothing to
+    ///                      compare with, and the whole file is downloaded as a rule. It is set to
+    ///                      0 when the download started over. Where `long` has 32 bits, a file can
+    ///                      be resumed up to 2 GiB.
     /// @param resume        a local copy sets it to false; otherwise not touched.
     /// @param useCache      false asks HTTP caches on the way not to answer (pragma: no-cache).
     ///
@@ -137,7 +138,8 @@ class VOINET_API TransferItf {
     /// @param useTimeout  limits the time for connecting to timeoutSeconds (1 to 2,147,483) and
     ///                    makes every later handle of this object only connect, those of downloads
     ///                    included. Use it to ask whether a server is there, on an object of its
-    ///                    own; log on without it before a download.
+    ///                    own; log on without it before a download. Over FTP such a download
+    ///                    answers success and leaves the local file empty.
     virtual voInetError Logon(bool useTimeout, unsigned int timeoutSeconds) = 0;
 
     /// Ends the session. Nothing is held between calls, so there is nothing to close.
