@@ -18,16 +18,24 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 DOWNLOAD_CPU_LIMIT = 1.3  # of `curl -o` and one `cp`
+UPLOAD_CPU_LIMIT = 1.2  # of `curl -T`
+UPLOAD_HEAP_LIMIT = 1.05  # constant memory
 COPY_TIME_LIMIT = 3.0  # of `cp`
 HEAP_LIMIT = 128 * 1024  # above a bare libcurl program
 LIBRARY_SIZE_LIMIT = 256 * 1024
 
 
 def measure(*command):
-    """Runs a command; returns (CPU seconds, wall seconds)."""
+    """Runs a command; returns (CPU seconds, wall seconds).
+
+    What the command before it left to be written is written first: the kernel would charge it to
+    this one.
+    """
+    os.sync()
     before = resource.getrusage(resource.RUSAGE_CHILDREN)
     start = time.monotonic()
     subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
@@ -78,6 +86,60 @@ def nginx(directory, port):
         server.wait()
 
 
+@contextlib.contextmanager
+def vsftpd(directory, port):
+    """Serves `directory`/root over FTP for everybody until the block ends."""
+    (directory / "empty").mkdir()
+    configuration = directory / "vsftpd.conf"
+    launching_user = "NO" if os.getuid() == 0 else "YES"
+    configuration.write_text(
+        f"""background=NO
+listen=YES
+listen_address=127.0.0.1
+listen_port={port}
+anonymous_enable=YES
+local_enable=NO
+anon_root={directory}/root
+secure_chroot_dir={directory}/empty
+run_as_launching_user={launching_user}
+seccomp_sandbox=NO
+"""
+    )
+    os.chmod(directory / "root", 0o555)
+    server = subprocess.Popen(["vsftpd", configuration])
+    try:
+        wait_for(port)
+        yield
+    finally:
+        server.terminate()
+        server.wait()
+        os.chmod(directory / "root", 0o755)
+
+
+class Sink(threading.Thread):
+    """Takes posted bodies and forgets them."""
+
+    def __init__(self):
+        super().__init__(daemon=True)
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+        self.start()
+
+    def run(self):
+        room = bytearray(1 << 20)
+        while True:
+            connection, _ = self.listener.accept()
+            with connection:
+                head = b""
+                while b"\r\n\r\n" not in head:
+                    head += connection.recv(1 << 16)
+                head, _, body = head.partition(b"\r\n\r\n")
+                left = int(re.search(rb"(?i)content-length: *(\d+)", head)[1]) - len(body)
+                while left > 0:
+                    left -= connection.recv_into(room, min(left, len(room)))
+                connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok")
+
+
 def peak_heap(directory, *command):
     """Peak heap in bytes, as massif sees it."""
     report = directory / "massif"
@@ -102,31 +164,47 @@ class Table:
         print(f"| {what} | {figure:.2f}{unit} | {limit:.2f}{unit} | {verdict} |")
 
 
-def download_ratio(programs, work, port, rounds):
-    url = f"http://127.0.0.1:{port}/big"
+def ratio_in_turns(plain, library, leftover, rounds):
+    """Median of library/plain, in turns: who comes second often gets memory that costs more."""
     ratios = []
-    for _ in range(rounds):
-        curl, _ = measure("curl", "-s", "-o", work / "curl.out", url)
-        copy, _ = measure("cp", work / "curl.out", work / "cp.out")
-        for name in ("curl.out", "cp.out"):
-            (work / name).unlink()
-        library, _ = measure(
-            programs / "bench_library_download", f"127.0.0.1:{port}", "big", work / "library.out"
-        )
-        (work / "library.out").unlink()
-        ratios.append(library / (curl + copy))
+    for number in range(rounds):
+        figures = {}
+        for run in (plain, library) if number % 2 == 0 else (library, plain):
+            figures[run] = run()
+            leftover.unlink()
+        ratios.append(figures[library] / figures[plain])
     return statistics.median(ratios)
+
+
+def download_ratio(programs, work, scheme, port, rounds):
+    """CPU time of the library's download over that of `curl -o` and `cp` together."""
+    url = f"{scheme}://127.0.0.1:{port}/big"
+    copy = work / "copy.out"
+    download = programs / "bench_library_download"
+
+    def plain():
+        curl, _ = measure("curl", "-s", "-o", work / "curl.out", url)
+        cpu, _ = measure("cp", work / "curl.out", copy)
+        (work / "curl.out").unlink()
+        return curl + cpu
+
+    def library():
+        return measure(download, scheme, f"127.0.0.1:{port}", "big", copy)[0]
+
+    return ratio_in_turns(plain, library, copy, rounds)
 
 
 def copy_ratio(programs, work, rounds):
-    ratios = []
-    for _ in range(rounds):
-        _, plain = measure("cp", work / "root/big", work / "cp.out")
-        (work / "cp.out").unlink()
-        _, library = measure(programs / "bench_library_copy", work / "root", "big", work / "copy.out")
-        (work / "copy.out").unlink()
-        ratios.append(library / plain)
-    return statistics.median(ratios)
+    """Wall time of the library's local copy over that of `cp`."""
+    copy = work / "copy.out"
+
+    def plain():
+        return measure("cp", work / "root/big", copy)[1]
+
+    def library():
+        return measure(programs / "bench_library_copy", work / "root", "big", copy)[1]
+
+    return ratio_in_turns(plain, library, copy, rounds)
 
 
 def extra_heap(programs, work, port, name):
@@ -135,9 +213,37 @@ def extra_heap(programs, work, port, name):
     )
     (work / "out").unlink()
     library = peak_heap(
-        work, programs / "bench_library_download", f"127.0.0.1:{port}", name, work / "out"
+        work, programs / "bench_library_download", "http", f"127.0.0.1:{port}", name, work / "out"
     )
     return library - bare
+
+
+def upload_ratio(programs, work, sink, rounds):
+    ratios = []
+    for _ in range(rounds):
+        url = f"http://127.0.0.1:{sink.port}/sink"
+        curl, _ = measure(
+            "curl", "-s", "-X", "POST", "-H", "Expect:", "-T", work / "root/big", url
+        )
+        library, _ = measure(
+            programs / "bench_library_upload",
+            f"127.0.0.1:{sink.port}",
+            work / "root/big",
+            work / "response",
+        )
+        ratios.append(library / curl)
+    return statistics.median(ratios)
+
+
+def upload_heap(programs, work, sink, name):
+    """Peak heap of one exchange; it must not depend on the size."""
+    return peak_heap(
+        work,
+        programs / "bench_library_upload",
+        f"127.0.0.1:{sink.port}",
+        work / "root" / name,
+        work / "response",
+    )
 
 
 def stripped_size(library, work):
@@ -149,7 +255,7 @@ def stripped_size(library, work):
 def main():
     build = pathlib.Path(sys.argv[1]).resolve()
     size_mib = int(sys.argv[2]) if len(sys.argv) > 2 else 1024
-    rounds = int(sys.argv[3]) if len(sys.argv) > 3 else 5
+    rounds = int(sys.argv[3]) if len(sys.argv) > 3 else 6
     programs = build / "bench"
     work = pathlib.Path(tempfile.mkdtemp(prefix="voinet-bench-", dir=build))
     table = Table()
@@ -167,17 +273,28 @@ def main():
         print(f"| {size_mib} MiB, median of {rounds} rounds | measured | limit | |")
         print("|---|---|---|---|")
         with nginx(work, port):
-            ratio = download_ratio(programs, work, port, rounds)
-            table.row("download: CPU of `curl -o` plus `cp`", ratio, DOWNLOAD_CPU_LIMIT, " x")
+            ratio = download_ratio(programs, work, "http", port, rounds)
+            table.row("HTTP download: CPU of `curl -o` plus `cp`", ratio, DOWNLOAD_CPU_LIMIT, " x")
             for name in ("small", "big"):
                 heap = extra_heap(programs, work, port, name) / 1024
                 table.row(
-                    f"download of {(root / name).stat().st_size >> 20} MiB: peak heap above bare"
+                    f"HTTP download of {(root / name).stat().st_size >> 20} MiB: peak heap above bare"
                     " libcurl",
                     heap,
                     HEAP_LIMIT / 1024,
                     " KiB",
                 )
+        ftp_port = free_port()
+        with vsftpd(work, ftp_port):
+            ratio = download_ratio(programs, work, "ftp", ftp_port, rounds)
+            table.row("FTP download: CPU of `curl -o` plus `cp`", ratio, DOWNLOAD_CPU_LIMIT, " x")
+        sink = Sink()
+        ratio = upload_ratio(programs, work, sink, rounds)
+        table.row("exchange: CPU of `curl -T` with POST", ratio, UPLOAD_CPU_LIMIT, " x")
+        small, big = (upload_heap(programs, work, sink, name) for name in ("small", "big"))
+        table.row(
+            "exchange: peak heap, large request against small", big / small, UPLOAD_HEAP_LIMIT, " x"
+        )
         table.row(
             "local copy: wall time of `cp`", copy_ratio(programs, work, rounds), COPY_TIME_LIMIT, " x"
         )

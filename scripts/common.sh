@@ -18,7 +18,7 @@ test_packages=(
 # What lint needs on top.
 lint_packages=(clang-format clang-tidy)
 # What the benchmarks need on top.
-bench_packages=(curl libbenchmark-dev nginx-light python3 valgrind)
+bench_packages=(binutils curl nginx-light python3 valgrind vsftpd)
 
 say() { printf '%s\n' "$*"; }
 

@@ -6,13 +6,15 @@
 
 start=$SECONDS
 summary=()
-server_pid=
+server_pids=()
 
 clean_up() {
-    if [ -n "$server_pid" ]; then
-        kill "$server_pid" 2>/dev/null || true
-        wait "$server_pid" 2>/dev/null || true
-    fi
+    local pid
+    for pid in "${server_pids[@]}"; do
+        kill "$pid" 2>/dev/null || true
+        wait "$pid" 2>/dev/null || true
+    done
+    chmod -R u+w "$work"
     rm -rf "$work"
 }
 work=$(mktemp -d)
@@ -35,25 +37,65 @@ wait_until() {
 }
 
 make_repository() {
-    mkdir -p "$work/repository/packages"
-    head -c 24M /dev/urandom >"$work/repository/packages/agent.bin"
-    head -c 5M /dev/urandom >"$work/repository/packages/base.bin"
-    : >"$work/repository/packages/empty.bin"
-    printf 'one\ntwo\n' >"$work/repository/notes.txt"
+    mkdir -p repository/packages
+    head -c 24M /dev/urandom >repository/packages/agent.bin
+    head -c 5M /dev/urandom >repository/packages/base.bin
+    : >repository/packages/empty.bin
+    printf 'one\ntwo\n' >repository/notes.txt
     files=(packages/agent.bin packages/base.bin packages/empty.bin notes.txt)
 }
 
+make_packages() {
+    mkdir answers
+    head -c 300K /dev/urandom >request.bin
+    head -c 700K /dev/urandom >answers/answer.bin
+}
+
 start_server() {
-    voinet-server --port 0 --port-file "$work/port" --access-log "$work/access.log" --rate 12M \
-        "$work/repository" &
-    server_pid=$!
-    wait_until test -s "$work/port"
-    port=$(<"$work/port")
+    voinet-server --port 0 --port-file port --access-log access.log --rate 12M \
+        --tls tls --tls-port 0 --exchange /exchange --exchange-answers answers \
+        --exchange-requests received repository &
+    server_pids+=($!)
+    wait_until test -s port
+    { read -r port && read -r tls_port; } <port
+}
+
+# A port that nobody listens on.
+free_port() {
+    local candidate
+    while true; do
+        candidate=$((20000 + RANDOM % 12000))
+        (exec 3<>"/dev/tcp/127.0.0.1/$candidate") 2>/dev/null || break
+    done
+    echo "$candidate"
+}
+
+# An FTP server for everybody.
+start_vsftpd() {
+    mkdir empty
+    chmod 755 . # the server changes to a user of its own
+    chmod -R a+rX,a-w repository
+    ftp_port=$(free_port)
+    cat >vsftpd.conf <<-CONFIGURATION
+	background=NO
+	listen=YES
+	listen_address=127.0.0.1
+	listen_port=$ftp_port
+	anonymous_enable=YES
+	local_enable=NO
+	anon_root=$work/repository
+	secure_chroot_dir=$work/empty
+	run_as_launching_user=$([ "$(id -u)" -eq 0 ] && echo NO || echo YES)
+	seccomp_sandbox=NO
+	CONFIGURATION
+    "$vsftpd" vsftpd.conf &
+    server_pids+=($!)
+    wait_until voinet probe --quiet --protocol ftp --host-ip "127.0.0.1:$ftp_port"
 }
 
 # Starts a download, cancels it as Ctrl-C does once a good part has arrived.
 cancel_in_the_middle() {
-    local remote=$1 local=$2 line events="$work/events" status=0
+    local remote=$1 local=$2 line events=events status=0
     mkfifo "$events"
     voinet get --json --host-ip "127.0.0.1:$port" "$remote" "$local" >"$events" &
     local pid=$!
@@ -77,10 +119,11 @@ PATH=$project_root/build/release/tools/voinet:$project_root/build/release/tools/
 built=$((SECONDS - start))
 
 step "Making a small repository"
-make_repository
-(cd "$work/repository" && ls -l "${files[@]}")
-mkdir "$work/copied" "$work/downloaded"
 cd "$work"
+make_repository
+make_packages
+(cd repository && ls -l "${files[@]}")
+mkdir -p copied downloaded/packages
 
 step "Copying a file from it by local path"
 show voinet get --protocol local --repository repository packages/base.bin copied/base.bin
@@ -90,7 +133,6 @@ done_with "copied 5 MiB from a local repository; the copy is identical"
 step "Serving it, and downloading all of it over HTTP"
 start_server
 show voinet probe --host-ip "127.0.0.1:$port" --timeout 5
-mkdir downloaded/packages
 for file in "${files[@]}"; do
     show voinet get --host-ip "127.0.0.1:$port" "$file" "downloaded/$file"
     same "repository/$file" "downloaded/$file"
@@ -119,6 +161,29 @@ status=0
 show voinet get --host-ip "127.0.0.1:$port" no/such.bin missing.bin || status=$?
 [ "$status" -ne 0 ] || fail "a missing file was downloaded"
 done_with "a missing file is reported with exit status $status"
+
+step "Posting a package to the management server over TLS"
+show voinet post --host-ip "127.0.0.1:$port" --ssl --ssl-port "$tls_port" --ca tls/ca.pem \
+    request.bin /exchange response.bin
+same request.bin received/000001.bin
+same answers/answer.bin response.bin
+status=0
+show voinet post --host-ip "127.0.0.1:$port" --ssl --ssl-port "$tls_port" --ca tls/ca.pem \
+    request.bin /exchange response.bin || status=$?
+same answers/answer.bin response.bin
+done_with "posted a package over TLS and stored the answer; both are identical"
+done_with "posted it again: the server had nothing more (exit status $status)"
+
+step "Downloading over FTP"
+if vsftpd=$(PATH=$PATH:/usr/sbin command -v vsftpd); then
+    start_vsftpd
+    show voinet get --protocol ftp --host-ip "127.0.0.1:$ftp_port" packages/base.bin from-ftp.bin
+    same repository/packages/base.bin from-ftp.bin
+    done_with "downloaded 5 MiB from vsftpd; the file is identical"
+else
+    say "vsftpd is not installed (apt-get install vsftpd), so this is left out."
+    done_with "left out FTP: vsftpd is not installed"
+fi
 
 step "Summary"
 for line in "${summary[@]}"; do say "  - $line"; done

@@ -1,25 +1,27 @@
-// A download with the library: library_download HOST:PORT REMOTE-FILE LOCAL-FILE
+// A download with the library: library_download http|ftp HOST:PORT REMOTE-FILE LOCAL-FILE
 #include "countingsink.h"
 #include "voinet/voinet.h"
 
 #include <cstdio>
+#include <cstring>
 
 using namespace tessaro_com::pkm::voInet;
 
 int main(int argc, char** argv) {
-    if (argc != 4) {
-        std::fprintf(stderr, "usage: library_download HOST:PORT REMOTE-FILE LOCAL-FILE\n");
+    if (argc != 5) {
+        std::fprintf(stderr, "usage: library_download http|ftp HOST:PORT REMOTE-FILE LOCAL-FILE\n");
         return 2;
     }
     VoInetItfFactory factory;
-    TransferItf* transfer = factory.CreateInterface(voInetProtocolHttp);
+    TransferItf* transfer = factory.CreateInterface(
+        std::strcmp(argv[1], "ftp") == 0 ? voInetProtocolFtp : voInetProtocolHttp);
     transfer->SetOption(voInetOptionSite, utf8_to_unicode("bench"));
-    transfer->SetOption(voInetOptionHostIP, utf8_to_unicode(argv[1]));
+    transfer->SetOption(voInetOptionHostIP, utf8_to_unicode(argv[2]));
     CountingSink sink;
     bool resume = false;
     voInetError result = transfer->Logon(false, 0);
     if (result == voInetErrorSuccess) {
-        result = transfer->DownloadFile(utf8_to_unicode(argv[3]), utf8_to_unicode(argv[2]), &sink,
+        result = transfer->DownloadFile(utf8_to_unicode(argv[4]), utf8_to_unicode(argv[3]), &sink,
                                         nullptr, resume, true);
     }
     factory.DestroyInterface(transfer);
