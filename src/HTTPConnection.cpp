@@ -251,10 +251,11 @@ std::size_t kestl_write_callback(void* data, std::size_t size, std::size_t count
     return written;
 }
 
-/// Sets the flag when one header line asks for new keys. Letter case counts, and the marker is
-/// never taken back within one exchange.
+/// Sets the flag when one header line, which ends at a zero byte, asks for new keys. Letter case
+/// counts, and the marker is never taken back within one exchange.
 std::size_t kestl_header_callback(void* line, std::size_t size, std::size_t count, void* flag) {
-    const std::string_view text(static_cast<const char*>(line), size * count);
+    std::string_view text(static_cast<const char*>(line), size * count);
+    text = text.substr(0, text.find('\0'));
     if (flag != nullptr && text.find("ORB-WHY-FORBIDDEN") != std::string_view::npos &&
         text.find("UpgradeKey") != std::string_view::npos) {
         *static_cast<bool*>(flag) = true;

@@ -1,10 +1,13 @@
 #include "voinet/voitffactory.h"
 
+#include "support/logcapture.h"
 #include "support/nothrownew.h"
+#include "voinet/FTPConnection.h"
 #include "voinet/HTTPConnection.h"
 #include "voinet/lnxLocalConnection.h"
 #include "voinet/lnxuncconnection.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -44,6 +47,17 @@ TEST(Factory, ProtocolHttp_MakesAnHttpConnection) {
     EXPECT_EQ(transfer->GetProtocol(), voInetProtocolHttp);
 }
 
+TEST(Factory, ProtocolFtp_MakesAnFtpConnectionOnPort21AndIsLogged) {
+    {
+        const auto transfer = make(1);
+        ASSERT_NE(dynamic_cast<CFtpConnection*>(transfer.get()), nullptr);
+        EXPECT_EQ(transfer->GetProtocol(), voInetProtocolFtp);
+        EXPECT_EQ(transfer->m_nPort, 21);
+    }
+    EXPECT_THAT(logLines(), testing::ElementsAre(infoLine("FTP Session initialized"),
+                                                 infoLine("FTP Session closed")));
+}
+
 TEST(Factory, ProtocolUnc_MakesAUncConnectionThatReportsNone) {
     const auto transfer = make(2);
     ASSERT_NE(dynamic_cast<CUncConnection*>(transfer.get()), nullptr);
@@ -66,7 +80,7 @@ TEST(Factory, UnknownProtocols_GiveNullAndAllocateNothing) {
 
 TEST(Factory, NoMemory_GivesNull) {
     failNothrowNew(sizeof(TransferItf));
-    for (const int protocol : {0, 2, 3}) {
+    for (const int protocol : {0, 1, 2, 3}) {
         EXPECT_EQ(make(protocol), nullptr) << protocol;
     }
 }

@@ -88,7 +88,7 @@ class Setup {
         const auto& user = m_connection.m_strUser_utf8_rep;
         const auto& password = m_connection.m_strPassword_utf8_rep;
         if (m_connection.m_bUseProxy) {
-            add(option(CURLOPT_USERPWD, firstWord(encoded(user) + ":" + encoded(password))));
+            add(option(CURLOPT_USERPWD, joinedCredentials(user, password)));
         } else {
             add(option(CURLOPT_USERNAME, user));
             add(option(CURLOPT_PASSWORD, password));
@@ -147,6 +147,10 @@ std::vector<std::string> withoutManager(std::vector<std::string> trace) {
         }
     }
     return trace;
+}
+
+std::string joinedCredentials(const std::string& user, const std::string& password) {
+    return firstWord(encoded(user) + ":" + encoded(password));
 }
 
 std::string inUrl(const std::string& host) {

@@ -23,6 +23,9 @@ std::vector<std::string> expectedSetup(const tessaro_com::pkm::voInet::CNetConne
 /// "*" instead.
 std::vector<std::string> withoutManager(std::vector<std::string> trace);
 
+/// User name and password as they reach curl in one text: encoded, up to the first blank.
+std::string joinedCredentials(const std::string& user, const std::string& password);
+
 /// A host as it stands in a URL.
 std::string inUrl(const std::string& host);
 
