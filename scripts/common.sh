@@ -69,8 +69,8 @@ install_packages() {
     [ "$status" -eq 0 ] || fail "apt-get could not install: $*"
 }
 
-# Configures and builds a preset: build_preset PRESET [cmake arguments ...]
-build_preset() {
+# configure_preset PRESET [cmake arguments ...]
+configure_preset() {
     local preset=$1
     shift
     local log="$project_root/build/$preset.log"
@@ -79,6 +79,13 @@ build_preset() {
         cat "$log" >&2
         fail "configuring '$preset' failed"
     }
+}
+
+# Configures and builds a preset: build_preset PRESET [cmake arguments ...]
+build_preset() {
+    local preset=$1
+    local log="$project_root/build/$preset.log"
+    configure_preset "$@"
     cmake --build "$project_root/build/$preset" -j "$jobs" >"$log" 2>&1 || {
         grep -v '^\[[0-9]*/[0-9]*\] Building' "$log" >&2
         fail "building '$preset' failed"
