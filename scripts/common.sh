@@ -44,7 +44,7 @@ is_installed() {
 need_packages() {
     local package missing=()
     command -v dpkg-query >/dev/null || fail "needs a Debian system (no dpkg-query found)"
-    for package in "$@"; do
+    for package in $(printf '%s\n' "$@" | sort -u); do
         is_installed "$package" || missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
