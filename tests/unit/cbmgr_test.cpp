@@ -5,11 +5,15 @@
 #include "support/temporaryfiles.h"
 #include "voinet/INetUtils.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,6 +29,9 @@ namespace {
 
 constexpr std::size_t kPrefix = 1024;
 using Type = CallbackManager::TransferType;
+
+/// While set, no file seems to exist: the moment before another process has made it.
+bool accessIsBlind = false;
 
 /// Managers for the local file "local" of a scratch directory.
 class Manager : public testing::Test {
@@ -66,6 +73,16 @@ std::string content(std::size_t size) {
 }
 
 }  // namespace
+
+extern "C" int access(const char* path, int mode) noexcept {
+    using Function = int (*)(const char*, int);
+    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "access"));
+    if (accessIsBlind) {
+        errno = ENOENT;
+        return -1;
+    }
+    return real(path, mode);
+}
 
 TEST_F(Manager, TransferTypes_HaveTheNumbersOfTheInterface) {
     EXPECT_EQ(static_cast<int>(CallbackManager::TransferUpload), 0);
@@ -136,6 +153,24 @@ TEST_F(Manager, TemporaryNameThatIsTheLocalPath_IsPassedOver) {
     noteTemporaryFiles();
     EXPECT_NE(temporaryFile(), first);
     EXPECT_FALSE(fs::exists(first));
+}
+
+// Processes that start within the same second draw the same names. Both looked before either had
+// made its file, and then both wrote into the same one.
+TEST_F(Manager, TemporaryNameThatAnotherProcessTakesFirst_IsNotShared) {
+    std::string taken;
+    CreateTempFileName(&taken);
+    srandom(99);
+    CreateTempFileName(&taken);
+    std::ofstream(taken) << "the neighbour's";
+    srandom(99);
+    accessIsBlind = true;
+    makeDownload();
+    accessIsBlind = false;
+    write("mine");
+    EXPECT_EQ(readFile(taken), "the neighbour's");
+    EXPECT_NE(temporaryFile(), taken);
+    fs::remove(taken);
 }
 
 TEST_F(Manager, FullDisk_ShowsAsAShortCount) {
