@@ -15,12 +15,14 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <iterator>
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace tessaro_com::pkm::voInet {
 
@@ -206,6 +208,12 @@ File openFile(const std::string& path, bool forReading) {
         std::setvbuf(file.get(), nullptr, _IONBF, 0);
     }
     return file;
+}
+
+/// Closes a file that was written. False when the system reports only now that data got lost; an
+/// interrupted close loses none.
+bool closeWritten(File file) {
+    return std::fclose(file.release()) == 0 || errno == EINTR;
 }
 
 std::int64_t sizeOfOpenFile(std::FILE* file) {
@@ -450,7 +458,7 @@ voInetError CHttpConnection::UploadFileResponseWithConnSpec(const voInetConnMeth
     }
     voinet_LoginfoDebug(kLogTag, "Calling upload file response");
     const File request = openFile(unicode_to_utf8(requestFile), true);
-    const File response = openFile(unicode_to_utf8(responseFile), false);
+    File response = openFile(unicode_to_utf8(responseFile), false);
     if (request == nullptr || response == nullptr) {
         return voInetErrorUploadSetup;
     }
@@ -471,7 +479,9 @@ voInetError CHttpConnection::UploadFileResponseWithConnSpec(const voInetConnMeth
     voinet_LoginfoDebug(kLogTag, "url is %s", url.c_str());
     setAddressScopeIfRequired(curl.get(), m_strHost_utf8_rep);
     setExchangeOptions(curl.get(), *this, url, headers, exchange);
-    return performExchange(curl.get(), exchange);
+    const voInetError result = performExchange(curl.get(), exchange);
+    const bool isStored = closeWritten(std::move(response));
+    return result == voInetErrorPackageReceived && !isStored ? voInetErrorWriteFailed : result;
 }
 
 voInetError CHttpConnection::downloadFile(const char* localPath, const char* url,

@@ -176,8 +176,10 @@ bool CallbackManager::FinishTransfer() {
     }
     // The whole path, not its directory: what stands behind the last "/" is not made.
     MakeRecursiveDir(m_strLocalPath_utf8_rep.c_str());
-    m_file.reset();
-    if (!m_bPrefixCheck) {
+    // Some file systems report only now that they have lost data; what is left of it must not take
+    // the place of the local file.
+    const bool isWhole = telCloseHandle(m_file.release());
+    if (isWhole && !m_bPrefixCheck) {
         telCopyFile(m_strTempPath, m_strLocalPath_utf8_rep);
     }
     OpenTemporaryFile();
@@ -211,7 +213,11 @@ void CallbackManager::OpenTemporaryFile() {
     if (fromStart) {
         return;
     }
-    telSetFilePointer(m_file.get(), m_nStartPosition, telFileBegin);
+    if (telSetFilePointer(m_file.get(), m_nStartPosition, telFileBegin) != m_nStartPosition) {
+        // Nothing can be taken: at any other place it would spoil the file.
+        m_file.reset();
+        return;
+    }
     if (m_bPrefixCheck) {
         m_localPrefix.fill(0);
         telReadFile(m_file.get(), m_localPrefix.data(), m_localPrefix.size());

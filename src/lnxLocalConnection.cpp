@@ -135,7 +135,7 @@ class CopyProgress {
 /// Reads up to `size` bytes at `position`; what cannot be read stays as it is.
 void readAt(std::FILE* stream, off_t position, char* buffer, std::size_t size) {
     if (fseeko(stream, position, SEEK_SET) == 0) {
-        (void)std::fread(buffer, 1, size, stream);
+        [[maybe_unused]] const std::size_t count = std::fread(buffer, 1, size, stream);
     }
 }
 

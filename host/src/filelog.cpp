@@ -27,6 +27,10 @@ void logOpenError(const std::string& path, const char* reason) noexcept {
     logLine("Cannot open \"", path, "\": ", reason);
 }
 
+void logCloseError(const std::string& path, const char* reason) noexcept {
+    logLine("Cannot close \"", path, "\": ", reason);
+}
+
 void logCopyError(const std::string& from, const std::string& to, const char* reason) noexcept {
     logLine("Cannot copy \"", from, "\" to \"", to, "\": ", reason);
 }

@@ -8,6 +8,8 @@ namespace kvecomn {
 // The error lines of the file functions. A line that cannot be formed for lack of memory is lost.
 
 void logOpenError(const std::string& path, const char* reason) noexcept;
+/// What was written may be lost.
+void logCloseError(const std::string& path, const char* reason) noexcept;
 void logCopyError(const std::string& from, const std::string& to, const char* reason) noexcept;
 /// The copy has landed, but may be gone after a loss of power.
 void logUnsafeCopy(const std::string& from, const std::string& to, const char* reason) noexcept;

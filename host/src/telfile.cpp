@@ -9,10 +9,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <exception>
 #include <limits>
 #include <memory>
 #include <new>
+#include <string>
 #include <utility>
 
 using kvecomn::Descriptor;
@@ -20,9 +22,12 @@ using kvecomn::FileError;
 using kvecomn::Place;
 
 struct TelFile {
-    TelFile(Descriptor openFile, bool isOpenPipe) : file(std::move(openFile)), isPipe(isOpenPipe) {}
+    TelFile(Descriptor openFile, std::string openPath, bool isOpenPipe)
+        : file(std::move(openFile)), path(std::move(openPath)), isPipe(isOpenPipe) {}
 
     Descriptor file;
+    /// As it was opened, for the log.
+    std::string path;
     /// Writing to a pipe can raise a signal.
     bool isPipe;
 };
@@ -133,7 +138,7 @@ std::unique_ptr<TelFile> openFile(const std::string& path, std::uint32_t access,
     }
     Descriptor file = openByRule(kvecomn::lookUp(path), openAccess(access, rule->empties), *rule);
     const bool isPipe = S_ISFIFO(kvecomn::statusOf(file).st_mode);
-    return std::make_unique<TelFile>(std::move(file), isPipe);
+    return std::make_unique<TelFile>(std::move(file), path, isPipe);
 }
 
 /// Whether a file that does not exist is an ordinary answer and nothing to log.
@@ -185,5 +190,9 @@ std::int64_t telSetFilePointer(telHandle file, std::int64_t distance, std::uint3
 
 bool telCloseHandle(telHandle file) {
     const std::unique_ptr<TelFile> owner(file);
-    return !owner || owner->file.close() == 0;
+    const int error = owner ? owner->file.close() : 0;
+    if (error != 0) {
+        kvecomn::logCloseError(owner->path, std::strerror(error));
+    }
+    return error == 0;
 }

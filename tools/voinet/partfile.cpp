@@ -139,7 +139,13 @@ void PartFile::TakeOverOldPart(bool resume) {
 
 std::optional<PartFile::Stamp> PartFile::Look() const {
     struct stat info {};
-    if (::lstat(m_part.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    if (::lstat(m_part.c_str(), &info) != 0) {
+        if (errno != ENOENT && errno != ENOTDIR) {
+            throw systemError("read", m_part);
+        }
+        return std::nullopt;
+    }
+    if (!S_ISREG(info.st_mode)) {
         return std::nullopt;
     }
     return Stamp{info.st_dev, info.st_ino, static_cast<std::uint64_t>(info.st_size), info.st_ctim};

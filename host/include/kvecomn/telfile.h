@@ -67,7 +67,8 @@ KVECOMN_API std::size_t telWriteFile(telHandle file, const void* data, std::size
 KVECOMN_API std::int64_t telSetFilePointer(telHandle file, std::int64_t distance,
                                            std::uint32_t from);
 
-/// Closes a file; null is ignored. False when the system reports that written data was lost.
+/// Closes a file; null is ignored. False, with one error line that names the file and the reason,
+/// when the system reports that written data was lost.
 KVECOMN_API bool telCloseHandle(telHandle file);
 
 /// Copies `from` over `to` in one step: `to` is the old file or the whole new one at any moment.
