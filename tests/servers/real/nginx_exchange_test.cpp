@@ -2,6 +2,7 @@
 
 #include "nginxserver.h"
 #include "servertest.h"
+#include "support/tls.h"
 
 #include <ostream>
 #include <string>
@@ -15,6 +16,8 @@ using voinettest::mediumSize;
 using voinettest::NginxServer;
 using voinettest::ReservedPort;
 using voinettest::servedText;
+using wire::clientTlsLibrary;
+using wire::TlsLibrary;
 
 class NginxExchange : private voinettest::Needs<voinettest::shared<NginxServer>>,
                       public voinettest::ServerTest {
@@ -34,9 +37,9 @@ class NginxExchange : private voinettest::Needs<voinettest::shared<NginxServer>>
     }
 
     /// From here on over TLS; the server's certificate must come from this authority.
-    void useTls(const std::string& authorityFile) {
+    void useTls(const std::string& authorityFile, const ReservedPort& port = server().portTls()) {
         transfer().SetOption(voInetOptionUseSSL, true);
-        transfer().SetOption(voInetOptionSslPort, static_cast<int>(server().portTls().number()));
+        transfer().SetOption(voInetOptionSslPort, static_cast<int>(port.number()));
         transfer().SetOption(voInetOptionCARootPath, wide(authorityFile));
     }
 
@@ -99,6 +102,24 @@ TEST_F(NginxExchange, Tls_IsStored) {
     exchanges(mediumSize);
 }
 
+TEST_F(NginxExchange, Tls12_IsSpoken) {
+    useTls(server().authorityFile(), server().portTls12());
+
+    EXPECT_EQ(post("request", L"/"), voInetErrorPackageReceived);
+
+    expectLocalFile("TLSv1.2");
+}
+
+// mbedTLS 2.28 has no TLS 1.3.
+TEST_F(NginxExchange, Tls13_IsSpokenWhereTheTlsLibraryHasIt) {
+    const bool isSpoken = clientTlsLibrary() == TlsLibrary::openSsl;
+    useTls(server().authorityFile(), server().portTls13());
+
+    EXPECT_EQ(post("request", L"/"), isSpoken ? voInetErrorPackageReceived : voInetErrorSslConnect);
+
+    expectLocalFile(isSpoken ? "TLSv1.3" : "");
+}
+
 TEST_F(NginxExchange, TlsWithAnotherAuthority_SendsNothing) {
     useTls(server().otherAuthorityFile());
 
@@ -117,8 +138,7 @@ TEST_F(NginxExchange, TlsWithoutTheAuthorityFile_SendsNothing) {
 }
 
 TEST_F(NginxExchange, TlsToThePlainPort_FailsTheHandshake) {
-    useTls(server().authorityFile());
-    transfer().SetOption(voInetOptionSslPort, static_cast<int>(server().port().number()));
+    useTls(server().authorityFile(), server().port());
 
     EXPECT_EQ(post("request", L"/management/package"), voInetErrorSslConnect);
 

@@ -54,6 +54,8 @@ std::vector<std::string> prepare(const ServerDirectory& directory,
                                               {"PORT", ports[0].text()},
                                               {"PORT_IPV6", ports[1].text()},
                                               {"PORT_TLS", ports[2].text()},
+                                              {"PORT_TLS_12", ports[3].text()},
+                                              {"PORT_TLS_13", ports[4].text()},
                                           });
     return {program, "-e", "stderr", "-p", directory.path(), "-c", configuration};
 }
@@ -62,6 +64,8 @@ std::vector<ReservedPort> reservePorts() {
     std::vector<ReservedPort> ports;
     ports.emplace_back(loopbackIpv4);
     ports.emplace_back(loopbackIpv6);
+    ports.emplace_back(loopbackIpv4);
+    ports.emplace_back(loopbackIpv4);
     ports.emplace_back(loopbackIpv4);
     return ports;
 }

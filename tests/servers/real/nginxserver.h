@@ -21,6 +21,9 @@ class NginxServer {
     const ReservedPort& port() const { return ports_[0]; }
     const ReservedPort& portIpv6() const { return ports_[1]; }
     const ReservedPort& portTls() const { return ports_[2]; }
+    /// These speak one version of TLS only, and answer every request with its name.
+    const ReservedPort& portTls12() const { return ports_[3]; }
+    const ReservedPort& portTls13() const { return ports_[4]; }
 
     /// The authority that the server's certificate comes from, and one that it does not come from.
     std::string authorityFile() const { return directory_.path("authority.pem"); }

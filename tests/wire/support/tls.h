@@ -4,27 +4,14 @@
 #include "support/conversation.h"
 #include "support/scriptedserver.h"
 
-#include <openssl/ssl.h>
-
-#include <memory>
 #include <string>
 
 namespace tessaro_com::pkm::voInet::wire {
 
-struct OpenSslDeleter {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-    void operator()(X509* certificate) const { X509_free(certificate); }
-    void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
-    void operator()(SSL* session) const { SSL_free(session); }
-};
-
-/// A certificate with its private key, both in memory only.
+/// A certificate with its private key, as PEM texts.
 struct Identity {
-    std::unique_ptr<EVP_PKEY, OpenSslDeleter> key;
-    std::unique_ptr<X509, OpenSslDeleter> certificate;
-
-    /// The certificate as a CA file holds it.
-    std::string pem() const;
+    std::string certificate;
+    std::string key;
 };
 
 /// When a certificate is valid, in days from now.
@@ -40,31 +27,42 @@ class CertificateAuthority {
                                   const Validity& validity = {});
 
     /// The CA file that a client trusts this authority with.
-    std::string pem() const { return m_identity.pem(); }
+    const std::string& pem() const { return m_identity.certificate; }
 
-    /// A server's identity for a host name or address.
+    /// A server's identity for a host name or IPv4 address.
     Identity issue(const std::string& host, const Validity& validity = {}) const;
 
   private:
+    std::string m_name;
     Identity m_identity;
 };
 
 /// A server's identity that nobody but itself vouches for.
 Identity selfSigned(const std::string& host);
 
-/// TLS versions that a server takes; 0 means the oldest or the newest of OpenSSL.
-struct TlsVersions {
-    int oldest = 0;
-    int newest = 0;
+/// TLS 1.2 over the connections of a scripted server. The handshake is made with the first byte
+/// that a script receives or sends; the end of sending is announced to the client, closing without
+/// it is not.
+TransportFactory tlsTransport(const Identity& identity);
+
+/// What libcurl, the client of all tests, makes TLS with.
+enum class TlsLibrary { openSsl, mbedTls };
+
+/// Throws std::runtime_error when it is another one.
+TlsLibrary clientTlsLibrary();
+
+/// Fatal alerts, with their numbers on the wire.
+enum class Alert : unsigned char {
+    badCertificate = 42,
+    certificateExpired = 45,
+    unknownCa = 48,
+    decryptError = 51,
 };
 
-/// TLS over the connections of a scripted server. The handshake is made with the first byte that a
-/// script receives or sends; the end of sending is announced to the client, closing without it is
-/// not.
-TransportFactory tlsTransport(const Identity& identity, const TlsVersions& versions = {});
-
-/// The client must not accept the server's identity: it ends the handshake with this alert.
-Step expectRefusal(const std::string& alert);
+/// The client must not accept the server's identity, and must not send anything over TLS. One with
+/// OpenSSL ends the handshake with this alert. One with mbedTLS ends it without: libcurl has that
+/// library complete every handshake, judges the certificate then and closes.
+Step expectRefusal(Alert alert);
 
 }  // namespace tessaro_com::pkm::voInet::wire
 
