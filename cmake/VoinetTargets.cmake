@@ -16,6 +16,13 @@ target_compile_options(voinet_build_settings INTERFACE
   # A slot that does not override what it was meant to override changes the binary interface.
   -Woverloaded-virtual
   $<$<BOOL:${VOINET_WARNINGS_AS_ERRORS}>:-Werror>)
+if(NOT VOINET_SANITIZE)
+  # What a distribution hardens its programs with; the checks of calls need an optimised build.
+  target_compile_options(voinet_build_settings INTERFACE -fstack-protector-strong)
+  target_compile_definitions(voinet_build_settings INTERFACE
+    $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:_FORTIFY_SOURCE=2>)
+  target_link_options(voinet_build_settings INTERFACE -Wl,-z,relro,-z,now)
+endif()
 if(VOINET_SANITIZE)
   target_compile_options(voinet_build_settings INTERFACE
     -fsanitize=${VOINET_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -54,8 +61,11 @@ function(voinet_check_registered_sources)
   endforeach()
 endfunction()
 
-# The two shared libraries: hidden visibility, and a soname with the interface's number.
-function(voinet_setup_shared_library target)
+# The two shared libraries: hidden visibility, a version script that lists what is exported (hidden
+# visibility does not reach the instantiations of the C++ library's templates), and a soname with the
+# interface's number.
+function(voinet_setup_shared_library target version_script)
+  cmake_path(ABSOLUTE_PATH version_script)
   set_target_properties(${target} PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
@@ -65,5 +75,6 @@ function(voinet_setup_shared_library target)
     # Every symbol must be found at link time, not on the device at night.
     target_link_options(${target} PRIVATE -Wl,--no-undefined)
   endif()
-  target_link_options(${target} PRIVATE -Wl,--as-needed)
+  target_link_options(${target} PRIVATE -Wl,--as-needed -Wl,--version-script=${version_script})
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${version_script})
 endfunction()

@@ -13,10 +13,20 @@ build_packages=(
 )
 # What the tests need on top; the servers are started by the tests themselves.
 test_packages=(
-    libgmock-dev libgtest-dev libpam-pwdfile nginx-light openssl squid vsftpd
+    abigail-tools binutils dpkg-dev file libgmock-dev libgtest-dev libpam-pwdfile lintian
+    nginx-light openssl python3 squid vsftpd
 )
 # What lint needs on top.
 lint_packages=(clang-format clang-tidy)
+# What making packages needs on top.
+package_packages=(dpkg-dev file lintian)
+# What the build for the device and its emulation need on top.
+cross_packages=(
+    cmake cpio dpkg-dev g++-powerpc-linux-gnu googletest libcli11-dev ninja-build nlohmann-json3-dev
+    qemu-user
+)
+# What the fuzz targets need on top.
+fuzz_packages=(clang libclang-rt-14-dev)
 # What the benchmarks need on top.
 bench_packages=(binutils curl nginx-light python3 valgrind vsftpd)
 
@@ -49,7 +59,7 @@ need_packages() {
     done
     [ ${#missing[@]} -gt 0 ] || return 0
     say "Installing with apt-get: ${missing[*]}"
-    as_root apt-get update -qq || fail "apt-get update failed; is there a network?"
+    as_root apt-get update -qq || fail "${missing[*]} missing, and apt-get update failed; is there a network?"
     install_packages "${missing[@]}"
 }
 
@@ -81,13 +91,32 @@ configure_preset() {
     }
 }
 
-# Configures and builds a preset: build_preset PRESET [cmake arguments ...]
-build_preset() {
+# Builds a configured preset: build_targets PRESET [cmake --build arguments ...]
+build_targets() {
     local preset=$1
+    shift
     local log="$project_root/build/$preset.log"
-    configure_preset "$@"
-    cmake --build "$project_root/build/$preset" -j "$jobs" >"$log" 2>&1 || {
+    cmake --build "$project_root/build/$preset" -j "$jobs" "$@" >"$log" 2>&1 || {
         grep -v '^\[[0-9]*/[0-9]*\] Building' "$log" >&2
         fail "building '$preset' failed"
     }
+}
+
+# Configures and builds a preset: build_preset PRESET [cmake arguments ...]
+build_preset() {
+    configure_preset "$@"
+    build_targets "$1"
+}
+
+# Runs the tests of a built preset.
+run_tests() {
+    local preset=$1
+    local log="$project_root/build/$preset-tests.log"
+    # Every case is listed in the log; here only what failed and the closing lines.
+    if (cd "$project_root" && ctest --preset "$preset" -j "$jobs") >"$log" 2>&1; then
+        tail -n 4 "$log"
+    else
+        grep -vE '^ *(Start|[0-9]+/[0-9]+ Test .* Passed)' "$log"
+        fail "tests of '$preset' failed; all of their output is in build/$preset-tests.log"
+    fi
 }

@@ -12,18 +12,6 @@ case "${1-}" in
     *) fail "unknown argument '$1'; usage: test.sh [--sanitize]" ;;
 esac
 
-run_tests() {
-    local preset=$1
-    local log="$project_root/build/$preset-tests.log"
-    # Every case is listed in the log; here only what failed and the closing lines.
-    if (cd "$project_root" && ctest --preset "$preset" -j "$jobs") >"$log" 2>&1; then
-        tail -n 4 "$log"
-    else
-        grep -vE '^ *(Start|[0-9]+/[0-9]+ Test .* Passed)' "$log"
-        fail "tests of '$preset' failed; all of their output is in build/$preset-tests.log"
-    fi
-}
-
 start=$SECONDS
 need_packages "${build_packages[@]}" "${test_packages[@]}"
 for preset in "${presets[@]}"; do

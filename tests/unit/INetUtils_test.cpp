@@ -49,17 +49,6 @@ std::string temporaryName() {
     return name;
 }
 
-/// To be called in a fresh process: 0 when the first name, and only the first, seeds with the time.
-[[noreturn]] void exitWhetherSeededOnce() {
-    const auto earliest = static_cast<unsigned>(time(nullptr));
-    temporaryName();
-    temporaryName();
-    const auto latest = static_cast<unsigned>(time(nullptr));
-    const bool right =
-        seeds().size() == 1 && seeds().front() >= earliest && seeds().front() <= latest;
-    _exit(right ? 0 : 1);
-}
-
 mode_t modeOf(const std::string& path) {
     struct stat status {};
     EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
@@ -115,11 +104,6 @@ TEST(CreateTempFileName, Name_IsFreeAndNotMade) {
     const auto name = temporaryName();
     EXPECT_THAT(name, MatchesRegex("/tmp/Cbmgr[0-9]+"));
     EXPECT_FALSE(std::filesystem::exists(name));
-}
-
-TEST(CreateTempFileName, FirstCallOfTheProcess_SeedsTheGeneratorWithTheTime) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(exitWhetherSeededOnce(), testing::ExitedWithCode(0), "");
 }
 
 TEST(CreateTempFileName, LaterCalls_DoNotSeedTheGeneratorAgain) {
