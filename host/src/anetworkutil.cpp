@@ -226,6 +226,7 @@ int ANetworkUtil::kveGetAddrinfo(
     addresses.reserve(addresses.size() + texts.size());
     for (const std::string& text : texts) {
         std::unique_ptr<char[]> copy = copyOf(text);
+        // cppcheck-suppress danglingLifetime ; released in the next line
         m_ownedTexts.insert(copy.get());
         addresses.push_back(copy.release());
     }

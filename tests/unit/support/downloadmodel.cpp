@@ -31,10 +31,11 @@ std::string slice(const std::string& range) {
     if (range.empty()) {
         return serverFile();
     }
-    const auto start = std::stoul(range);
+    const auto start = static_cast<std::size_t>(std::stoull(range));
     const auto dash = range.find('-');
     const bool open = dash + 1 == range.size();
-    const auto end = open ? serverFile().size() : std::stoul(range.substr(dash + 1)) + 1;
+    const auto end = open ? serverFile().size()
+                          : static_cast<std::size_t>(std::stoull(range.substr(dash + 1))) + 1;
     return serverFile().substr(std::min(start, serverFile().size()), end - start);
 }
 

@@ -1,6 +1,8 @@
 #ifndef VOINET_TESTS_UNIT_SUPPORT_TEMPORARYFILES_H
 #define VOINET_TESTS_UNIT_SUPPORT_TEMPORARYFILES_H
 
+#include <sys/resource.h>
+
 #include <cstddef>
 #include <set>
 #include <string>
@@ -57,7 +59,7 @@ class FileSizeLimit {
     FileSizeLimit& operator=(const FileSizeLimit&) = delete;
 
   private:
-    unsigned long m_previous;
+    rlim_t m_previous;
     void (*m_previousHandler)(int);
 };
 
