@@ -18,6 +18,8 @@ test_packages=(
 )
 # What lint needs on top.
 lint_packages=(clang-format clang-tidy)
+# What the static and dynamic analysis needs on top.
+analysis_packages=(cppcheck valgrind)
 # What making packages needs on top.
 package_packages=(dpkg-dev file lintian)
 # What the build for the device and its emulation need on top.
@@ -28,7 +30,7 @@ cross_packages=(
 # What the fuzz targets need on top.
 fuzz_packages=(clang libclang-rt-14-dev)
 # What the benchmarks need on top.
-bench_packages=(binutils curl nginx-light python3 valgrind vsftpd)
+bench_packages=(binutils curl nginx-light python3 time valgrind vsftpd)
 
 say() { printf '%s\n' "$*"; }
 

@@ -111,6 +111,16 @@ def check_needs(given):
         fail(f"Needs {sorted(needed)},\nagreed on {sorted(given.needs.split())}.")
 
 
+def check_size(given):
+    with tempfile.TemporaryDirectory() as directory:
+        stripped = os.path.join(directory, os.path.basename(given.library))
+        subprocess.run([given.strip, "-o", stripped, given.library], check=True)
+        size = os.path.getsize(stripped)
+    print(f"{size} bytes, stripped")
+    if size >= given.limit:
+        fail(f"Too large for a device: the limit is {given.limit} bytes.")
+
+
 def check_widths(given):
     found = declared_words(given.headers) & TYPES_OF_TWO_WIDTHS
     if found:
@@ -119,16 +129,19 @@ def check_widths(given):
 
 def main():
     arguments = argparse.ArgumentParser()
-    arguments.add_argument("what", choices=("types", "symbols", "owner", "needs", "widths"))
+    arguments.add_argument("what", choices=("types", "symbols", "owner", "needs", "size",
+                                              "widths"))
     arguments.add_argument("library", nargs="?")
     arguments.add_argument("--headers")
     arguments.add_argument("--baseline")
     arguments.add_argument("--namespace", default="")
     arguments.add_argument("--soname")
     arguments.add_argument("--needs")
+    arguments.add_argument("--strip")
+    arguments.add_argument("--limit", type=int)
     given = arguments.parse_intermixed_args()
     {"types": check_types, "symbols": check_symbols, "owner": check_owner,
-     "needs": check_needs, "widths": check_widths}[given.what](given)
+     "needs": check_needs, "size": check_size, "widths": check_widths}[given.what](given)
 
 
 if __name__ == "__main__":
