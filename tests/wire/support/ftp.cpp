@@ -51,7 +51,8 @@ FtpSession sending(const std::string& file, std::size_t from) {
 /// and does not use cannot be taken for that of the next.
 class FtpServer::DataConnection {
   public:
-    DataConnection(AddressFamily family, Script script) : m_server(family) {
+    DataConnection(AddressFamily family, Script script, bool mayStayUnused)
+        : m_mayStayUnused(mayStayUnused), m_server(family) {
         m_server.otherwise({awaitClose()});
         if (script.empty()) {
             return;
@@ -64,6 +65,16 @@ class FtpServer::DataConnection {
         });
         m_server.connection(std::move(script));
     }
+
+    ~DataConnection() {
+        if (m_mayStayUnused) {
+            m_asked.set();  // whoever waits for it finds that the client has gone
+            m_server.finish();
+        }
+    }
+
+    DataConnection(const DataConnection&) = delete;
+    DataConnection& operator=(const DataConnection&) = delete;
 
     std::uint16_t port() const { return m_server.port(); }
     bool isUsed() const { return m_isUsed; }
@@ -78,6 +89,7 @@ class FtpServer::DataConnection {
     Event m_asked;
     Event m_played;
     bool m_isUsed = false;
+    bool m_mayStayUnused;
     ScriptedServer m_server;
 };
 
@@ -86,6 +98,12 @@ FtpServer::FtpServer(AddressFamily family) : m_family(family), m_control(family)
 void FtpServer::session(FtpSession session) {
     m_control.connection(
         {[this, session = std::move(session)](Conversation& client) { play(session, client); }});
+}
+
+void FtpServer::otherwise(std::function<FtpSession(std::size_t number)> makeSession) {
+    m_control.otherwise({[this, makeSession = std::move(makeSession)](Conversation& client) {
+        play(makeSession(client.number()), client);
+    }});
 }
 
 std::vector<std::string> FtpServer::commands() const {
@@ -99,7 +117,7 @@ std::vector<std::string> FtpServer::commands() const {
 }
 
 void FtpServer::play(const FtpSession& session, Conversation& client) const {
-    DataConnection data(m_family, session.data);
+    DataConnection data(m_family, session.data, session.dataMayStayUnused);
     try {
         client.send(session.greeting);
         bool isOpen = !session.greeting.empty() && !session.closesAfterGreeting;

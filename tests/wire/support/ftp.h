@@ -4,7 +4,9 @@
 #include "support/scriptedserver.h"
 #include "support/wiretest.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -33,6 +35,8 @@ struct FtpSession {
     /// Played over the data connection once RETR or LIST has come. Empty: no data is sent; a data
     /// connection that is opened all the same is held until the client closes it.
     Script data = {};
+    /// Nobody minds when the client never comes as far as RETR or LIST.
+    bool dataMayStayUnused = false;
 
     /// Sent when the data script has been played; empty: the control connection is closed then.
     std::string afterData = "226 Transfer complete";
@@ -48,6 +52,8 @@ class FtpServer {
 
     /// Adds what happens in the next session that has none yet.
     void session(FtpSession session);
+    /// Makes the sessions for which session() gives none; they are numbered from 0, with those.
+    void otherwise(std::function<FtpSession(std::size_t number)> makeSession);
 
     /// Commands so far, other than QUIT, which comes when the client has its result.
     std::vector<std::string> commands() const;

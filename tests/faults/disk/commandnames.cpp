@@ -1,0 +1,18 @@
+// Loaded into the command: makes its temporary names known to the test, and no other process's.
+
+#include <cstdlib>
+
+namespace {
+
+long firstNumber() {
+    const char* const text = std::getenv("VOINET_TEST_FIRST_NUMBER");
+    constexpr int decimal = 10;
+    return text == nullptr ? 0 : std::strtol(text, nullptr, decimal);
+}
+
+}  // namespace
+
+extern "C" long random() noexcept {
+    static long next = firstNumber();
+    return next++;
+}

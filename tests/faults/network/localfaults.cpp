@@ -1,0 +1,17 @@
+#include "localfaults.h"
+
+namespace tessaro_com::pkm::voInet::faults {
+
+const std::vector<LocalFault>& localFaults() {
+    static const std::vector<LocalFault> faults = {
+        {"none", LocalTrouble::none},
+        {"source-missing", LocalTrouble::sourceMissing},
+        {"source-is-directory", LocalTrouble::sourceIsDirectory},
+        {"target-directory-missing", LocalTrouble::targetDirectoryMissing},
+        {"target-is-directory", LocalTrouble::targetIsDirectory},
+        {"disk-full", LocalTrouble::diskFull},
+    };
+    return faults;
+}
+
+}  // namespace tessaro_com::pkm::voInet::faults
