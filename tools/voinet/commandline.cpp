@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -336,6 +337,23 @@ CLI::App* addErrors(CLI::App& app, Options& options) {
     return errors;
 }
 
+/// Options that people expect, and that would show a secret to other users.
+constexpr const char* refusedOptions[] = {"--password", "--proxy-password", "--alt-proxy-password",
+                                          "--update-token"};
+
+bool isRefused(const std::string& argument) {
+    const std::string name = argument.substr(0, argument.find('='));
+    return std::find(std::begin(refusedOptions), std::end(refusedOptions), name) !=
+           std::end(refusedOptions);
+}
+
+CommandError refused(const std::string& argument) {
+    const std::string name = argument.substr(0, argument.find('='));
+    return {ExitStatus::usage,
+            name + " does not exist: other users could read the value in the process list",
+            "use " + name + "-file or " + name + "-env"};
+}
+
 /// The option that was not expected, without a value: that may be a secret.
 CommandError unexpected(const CLI::App& app) {
     const std::vector<std::string> extras = app.remaining(true);
@@ -345,12 +363,11 @@ CommandError unexpected(const CLI::App& app) {
     if (option == extras.end()) {
         return {ExitStatus::usage, "there are too many arguments", "voinet --help"};
     }
-    const std::string name = option->substr(0, option->find('='));
-    if (name == "--password" || name == "--proxy-password" || name == "--alt-proxy-password" ||
-        name == "--update-token") {
-        return {ExitStatus::usage,
-                name + " does not exist: other users could read the value in the process list",
-                "use " + name + "-file or " + name + "-env"};
+    // Behind one dash stands one letter, and then a value.
+    const bool isShort = option->at(1) != '-';
+    const std::string name = isShort ? option->substr(0, 2) : option->substr(0, option->find('='));
+    if (isRefused(name)) {
+        return refused(name);
     }
     return {ExitStatus::usage, "there is no option " + name, "voinet --help"};
 }
@@ -382,6 +399,11 @@ std::optional<std::string> parseCommandLine(const std::vector<std::string>& argu
     } catch (const CLI::ExtrasError&) {
         throw unexpected(app);
     } catch (const CLI::ParseError& error) {
+        // Its text holds the value that is wrong, which may be such an option with its secret.
+        const auto secret = std::find_if(arguments.begin(), arguments.end(), isRefused);
+        if (secret != arguments.end()) {
+            throw refused(*secret);
+        }
         throw CommandError(ExitStatus::usage, error.what(), "voinet --help");
     }
     options.subcommand = get->parsed()     ? Subcommand::get

@@ -126,7 +126,8 @@ ExitStatus Download::Run() {
 void Download::Announce() const {
     EventStream::Object fields;
     fields["command"] = "get";
-    fields["remote"] = m_options.get.remote;
+    // Somebody may have named a URL.
+    fields["remote"] = m_context.masker.Mask("voinet", m_options.get.remote);
     fields["local"] = m_part.LocalPath();
     fields["resumeFrom"] = m_offset;
     m_context.events.Write("start", fields);

@@ -19,11 +19,9 @@ class Masker {
     void AddSecret(const std::string& secret);
 
     /// The line without its secrets.
-    std::string Mask(const std::string& module, std::string message);
+    std::string Mask(const std::string& module, const std::string& message);
 
   private:
-    std::string MaskTrace(std::string message);
-
     std::vector<std::string> m_secrets;
     /// The latest piece of an outgoing head ended inside a line.
     bool m_headCut = false;

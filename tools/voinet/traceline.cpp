@@ -58,6 +58,22 @@ std::optional<TraceLine> parseTraceLine(const std::string& message) {
     return std::nullopt;
 }
 
+std::string escapeTrace(const std::string& bytes) {
+    static constexpr char hexDigits[] = "0123456789abcdef";
+    std::string escaped;
+    for (const char each : bytes) {
+        const auto byte = static_cast<unsigned char>(each);
+        if (each == '`') {
+            escaped += "``";
+        } else if (byte >= 0x20 && byte < 0x7f) {
+            escaped += each;
+        } else {
+            escaped += {'`', '0', 'x', hexDigits[byte / 16], hexDigits[byte % 16]};
+        }
+    }
+    return escaped;
+}
+
 std::string unescapeTrace(const std::string& escaped) {
     std::string bytes;
     for (std::size_t i = 0; i < escaped.size(); ++i) {

@@ -20,6 +20,9 @@ struct TraceLine {
 /// Null when the message has another shape.
 std::optional<TraceLine> parseTraceLine(const std::string& message);
 
+/// The bytes as the library's trace shows them.
+std::string escapeTrace(const std::string& bytes);
+
 /// The bytes behind the escapes: a back-quote and two hexadecimal digits, or two back-quotes.
 std::string unescapeTrace(const std::string& escaped);
 

@@ -102,6 +102,14 @@ TEST(CommandLine, PasswordAsArgument_IsRefusedWithoutShowingIt) {
     }
 }
 
+TEST(CommandLine, PasswordInTheValueOfAnotherOption_IsNotShown) {
+    // The value of --timeout is wrong, and is the next argument.
+    const std::string text = refusal({"probe", "--host", "h", "--timeout", "--password=geheim"});
+
+    EXPECT_THAT(text, HasSubstr("--password-file"));
+    EXPECT_THAT(text, Not(HasSubstr("geheim")));
+}
+
 TEST(CommandLine, TwoSourcesOfOneSecret_AreRefused) {
     EXPECT_NE(
         refusal({"get", "a", "b", "--user", "joe", "--password-file", "f", "--password-env", "V"}),

@@ -51,6 +51,31 @@ TEST(Masker, HeadInTwoPieces_SecretIsMaskedInBoth) {
               "0x1 snd head 9 GET / HTTP/1.1`0x0d`0x0a");
 }
 
+TEST(Masker, SecretWithTheTextOfALineEnd_IsMaskedToItsRealEnd) {
+    // Back-quotes of a secret are doubled in a trace; "``0x0d" is no line end.
+    EXPECT_EQ(maskedTrace("0x1 snd head 20 PASS ab``0x0dcd`0x0d`0x0a"),
+              "0x1 snd head 20 PASS ***`0x0d`0x0a");
+    EXPECT_EQ(maskedTrace("0x1 snd head 40 UpdateToken: a```0x0d`0x0aHost: b`0x0d`0x0a"),
+              "0x1 snd head 40 UpdateToken: ***`0x0d`0x0aHost: b`0x0d`0x0a");
+}
+
+TEST(Masker, PieceThatEndsInTheTextOfALineEnd_GoesOnInTheNext) {
+    Masker masker;
+    EXPECT_EQ(masker.Mask("curl", "0x1 snd head 9 UpdateToken: abc``0x0a"),
+              "0x1 snd head 9 UpdateToken: ***");
+    EXPECT_EQ(masker.Mask("curl", "0x1 snd head 9 def`0x0d`0x0a"), "0x1 snd head 9 ***`0x0d`0x0a");
+}
+
+TEST(Masker, UrlCredentialsInTwoPieces_AreMaskedInBoth) {
+    Masker masker;
+    EXPECT_EQ(masker.Mask("curl", "0x1 snd head 9 GET ftp://joe:gehe"),
+              "0x1 snd head 9 GET ftp://***");
+    EXPECT_EQ(masker.Mask("curl", "0x1 snd head 9 im@host:21/a HTTP/1.1`0x0d`0x0a"),
+              "0x1 snd head 9 ***`0x0d`0x0a");
+    EXPECT_EQ(masker.Mask("curl", "0x1 snd head 9 GET http://host:80/a HTTP/1.1`0x0d`0x0a"),
+              "0x1 snd head 9 GET http://host:80/a HTTP/1.1`0x0d`0x0a");
+}
+
 TEST(Masker, FtpPassword_IsMaskedAndOtherCommandsAreNot) {
     EXPECT_EQ(maskedTrace("0x1 snd head 13 PASS geheim`0x0d`0x0a"),
               "0x1 snd head 13 PASS ***`0x0d`0x0a");
@@ -71,6 +96,29 @@ TEST(Masker, KnownSecrets_AreMaskedAnywhere) {
     masker.AddSecret("geheim");
     EXPECT_EQ(masker.Mask("voInet", "m_strPassword_utf8_rep geheim, again geheim"),
               "m_strPassword_utf8_rep ***, again ***");
+}
+
+TEST(Masker, KnownSecretInATrace_IsMaskedInItsEscapedForm) {
+    Masker masker;
+    masker.AddSecret("p\xc3\xa4ss`wort");
+    EXPECT_EQ(masker.Mask("curl", "0x1 rcv head 9 530 p`0xc3`0xa4ss``wort is wrong`0x0d`0x0a"),
+              "0x1 rcv head 9 530 *** is wrong`0x0d`0x0a");
+}
+
+TEST(Masker, SecretsWithinAndAcrossSecrets_LeaveNothingBehind) {
+    for (const bool shortFirst : {true, false}) {
+        Masker masker;
+        masker.AddSecret(shortFirst ? "geheim" : "geheimnis");
+        masker.AddSecret(shortFirst ? "geheimnis" : "geheim");
+        masker.AddSecret("nis und");
+        EXPECT_EQ(masker.Mask("voInet", "geheimnis, geheim; geheimnis und"), "***, ***; ***");
+    }
+}
+
+TEST(Masker, KnownSecretInAUrlAsItIs_IsMaskedWhole) {
+    Masker masker;
+    masker.AddSecret("p@s/s");
+    EXPECT_EQ(masker.Mask("voInet", "ftp://joe:p@s/s@host/a"), "ftp://***@host/a");
 }
 
 TEST(Masker, VeryShortSecret_DoesNotMaskEveryLine) {

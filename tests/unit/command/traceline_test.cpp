@@ -28,6 +28,15 @@ TEST(TraceLine, Escapes_AreUndone) {
     EXPECT_EQ(unescapeTrace("``0x41"), "`0x41");
 }
 
+TEST(TraceLine, Bytes_AreEscapedAsTheLibraryDoes) {
+    EXPECT_EQ(escapeTrace("a`b\r\n\xff\x7f ~"), "a``b`0x0d`0x0a`0xff`0x7f ~");
+    EXPECT_EQ(escapeTrace(""), "");
+    for (int value = 0; value < 256; ++value) {
+        const std::string byte(1, static_cast<char>(value));
+        EXPECT_EQ(unescapeTrace(escapeTrace(byte)), byte) << value;
+    }
+}
+
 TEST(ReplyStatus, HttpAndFtpLines) {
     EXPECT_EQ(replyStatusOf("HTTP/1.1 404 Not Found"), 404);
     EXPECT_EQ(replyStatusOf("HTTP/1.0 200"), 200);
