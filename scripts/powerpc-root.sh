@@ -38,8 +38,8 @@ read_source_lists() {
 fetch_source() {
     local package=$1 place="$cache/sources/$1"
     [ ! -d "$place" ] || return 0
-    read_source_lists
     say "Fetching the source of $package"
+    read_source_lists
     rm -rf "$place.partial"
     mkdir -p "$place.partial"
     (cd "$place.partial" && apt_get_source source --download-only "$package") >"$cache/fetch.log" 2>&1 || {
