@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the libraries, the command and the tests for 32-bit PowerPC (big-endian) and runs the tests
-# under emulation; the servers that they talk to run natively.
+# under emulation; the servers that they talk to run natively. Makes the packages and checks them.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 [ $# -eq 0 ] || fail "takes no arguments"
@@ -15,4 +15,5 @@ say "== powerpc: building"
 build_preset powerpc
 say "== powerpc: testing"
 run_tests powerpc
+"$project_root/scripts/package.sh" --preset powerpc
 say "All tests passed (powerpc) in $((SECONDS - start)) s."
