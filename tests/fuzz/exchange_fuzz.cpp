@@ -106,7 +106,7 @@ void tryInput(const std::string& bytes) {
     const std::string sent = allSent(records);
     checkResult(result, sent);
     checkRequests(records, request);
-    require(openDescriptors() == descriptors, "every file and connection is closed");
+    require(hasNoMoreDescriptorsThan(descriptors), "every file and connection is closed");
     require(readFile(requestFile) == request, "the request stays");
     const auto response = readFile(responseFile);
     require(response.has_value(), "there is a response file");

@@ -167,7 +167,7 @@ void tryDownload(voInet::voInetProtocol protocol, const std::string& bytes,
     require(isNetworkResult(logon), "a logon has a result of the table", std::to_string(logon));
     require(isNetworkResult(result), "a download has a result of the table",
             std::to_string(result));
-    require(openDescriptors() == descriptors, "every file and connection is closed");
+    require(hasNoMoreDescriptorsThan(descriptors), "every file and connection is closed");
     require(resumeOffset == 0 || resumeOffset == offset, "an offset stays or becomes 0");
     require(settings.resumes || resumeOffset == 0, "a whole file has no offset");
     const auto landed = readFile(local);

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <system_error>
+#include <thread>
 
 namespace voinet_fuzz {
 
@@ -74,6 +75,18 @@ std::string positionDependentBytes(std::size_t size) {
 std::size_t openDescriptors() {
     const fs::directory_iterator descriptors("/proc/self/fd");
     return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
+bool hasNoMoreDescriptorsThan(std::size_t before) {
+    // The sanitizers' own threads open a file for a moment now and then.
+    constexpr int tries = 1000;
+    for (int i = 0; i < tries; ++i) {
+        if (openDescriptors() <= before) {
+            return true;
+        }
+        std::this_thread::yield();
+    }
+    return false;
 }
 
 }  // namespace voinet_fuzz

@@ -22,6 +22,9 @@ std::string positionDependentBytes(std::size_t size);
 /// Number of descriptors that this process has open.
 std::size_t openDescriptors();
 
+/// Whether what was opened since then is closed again.
+bool hasNoMoreDescriptorsThan(std::size_t before);
+
 }  // namespace voinet_fuzz
 
 #endif  // VOINET_TESTS_FUZZ_SUPPORT_SCRATCH_H
