@@ -47,11 +47,7 @@ put_table() {
 
 need_packages "${build_packages[@]}" "${test_packages[@]}"
 configure_preset debug
-cmake --build "$project_root/build/debug" -j "$jobs" --target voinet_fault_bench \
-    >"$project_root/build/debug.log" 2>&1 || {
-    cat "$project_root/build/debug.log" >&2
-    fail "building the fault bench failed"
-}
+build_targets debug --target voinet_fault_bench
 
 if [ -n "$id" ]; then
     exec "$bench" --case "$id"

@@ -86,11 +86,7 @@ class Gate {
 };
 
 Command workerCommand(const CrowdedServer& server, const std::string& folder, const Gate& gate) {
-#ifdef VOINET_EMULATOR
-    Command command{{VOINET_EMULATOR, VOINET_LOAD_WORKER}};
-#else
     Command command{{VOINET_LOAD_WORKER}};
-#endif
     command.words.insert(command.words.end(), {server.hostAndPort(), folder, gate.path()});
     return command;
 }
