@@ -23,13 +23,13 @@ constexpr char kTempPrefix[] = "Cbmgr";
 
 template <class Character>
 std::basic_string<Character> encodeCredential(const std::basic_string<Character>& credential) {
-    constexpr Character hexDigits[] = {'0', '1', '2', '3', '4', '5', '6', '7',
-                                       '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
+    constexpr Character kHexDigits[] = {'0', '1', '2', '3', '4', '5', '6', '7',
+                                        '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
     std::basic_string<Character> encoded;
     encoded.reserve(credential.size());
     for (const Character c : credential) {
         if (c == '@' || c == '%' || c == ':') {
-            encoded += {'%', hexDigits[c / 16], hexDigits[c % 16]};
+            encoded += {'%', kHexDigits[c / 16], kHexDigits[c % 16]};
         } else {
             encoded += c;
         }
@@ -43,31 +43,31 @@ struct Separators;
 
 template <>
 struct Separators<char> {
-    static constexpr const char* bracketedPrefix = "://[";
-    static constexpr const char* prefix = "://";
-    static constexpr const char* bracketedPort = "]:";
-    static constexpr const char* port = ":";
+    static constexpr const char* kBracketedPrefix = "://[";
+    static constexpr const char* kPrefix = "://";
+    static constexpr const char* kBracketedPort = "]:";
+    static constexpr const char* kPort = ":";
 };
 
 template <>
 struct Separators<wchar_t> {
-    static constexpr const wchar_t* bracketedPrefix = L"://[";
-    static constexpr const wchar_t* prefix = L"://";
-    static constexpr const wchar_t* bracketedPort = L"]:";
-    static constexpr const wchar_t* port = L":";
+    static constexpr const wchar_t* kBracketedPrefix = L"://[";
+    static constexpr const wchar_t* kPrefix = L"://";
+    static constexpr const wchar_t* kBracketedPort = L"]:";
+    static constexpr const wchar_t* kPort = L":";
 };
 
 template <class Character>
 std::size_t findPrefix(const std::basic_string<Character>& url, int& length, bool bracketAware) {
     using Texts = Separators<Character>;
     if (bracketAware) {
-        const auto bracketed = url.find(Texts::bracketedPrefix);
+        const auto bracketed = url.find(Texts::kBracketedPrefix);
         if (bracketed != url.npos) {
             length = 4;
             return bracketed;
         }
     }
-    const auto plain = url.find(Texts::prefix);
+    const auto plain = url.find(Texts::kPrefix);
     if (plain != url.npos) {
         length = 3;
     }
@@ -78,13 +78,13 @@ template <class Character>
 std::size_t findPort(const std::basic_string<Character>& url, int& length, bool bracketAware) {
     using Texts = Separators<Character>;
     if (bracketAware) {
-        const auto bracketed = url.rfind(Texts::bracketedPort);
+        const auto bracketed = url.rfind(Texts::kBracketedPort);
         if (bracketed != url.npos) {
             length = 2;
             return bracketed;
         }
     }
-    const auto plain = url.rfind(Texts::port);
+    const auto plain = url.rfind(Texts::kPort);
     if (plain != url.npos) {
         length = 1;
     }

@@ -35,9 +35,9 @@ bool claim(const std::string& name) {
 
 /// Last byte of the range to ask for.
 long endPosition(long start, bool prefixCheck, long prefixSize) {
-    constexpr long openEnd = -1;
+    constexpr long kOpenEnd = -1;
     if (!prefixCheck) {
-        return openEnd;
+        return kOpenEnd;
     }
     const long beforeEnd = prefixSize - 1;
     return start + std::min(beforeEnd, std::numeric_limits<long>::max() - std::max(start, 0L));

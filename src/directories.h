@@ -14,9 +14,9 @@ enum class LastDirectory { none, made, failed };
 /// directories such as "/tmp" without its slash are taken for granted. A directory that exists
 /// already counts as failed.
 inline LastDirectory makeDirectoriesOf(const std::string& path) {
-    constexpr std::size_t firstSlash = 4;
+    constexpr std::size_t kFirstSlash = 4;
     LastDirectory last = LastDirectory::none;
-    for (auto slash = path.find('/', firstSlash); slash != std::string::npos;
+    for (auto slash = path.find('/', kFirstSlash); slash != std::string::npos;
          slash = path.find('/', slash + 1)) {
         const std::string directory = path.substr(0, slash + 1);
         last = mkdir(directory.c_str(), S_IRWXU) == 0 ? LastDirectory::made : LastDirectory::failed;

@@ -19,11 +19,11 @@
 
 namespace {
 
-constexpr char scopeMark = '%';
+constexpr char kScopeMark = '%';
 
 // The values of kveGetAddrinfo's flags that narrow the look-up.
-constexpr int onlyIpv4 = 4;
-constexpr int onlyIpv6 = 6;
+constexpr int kOnlyIpv4 = 4;
+constexpr int kOnlyIpv6 = 6;
 
 struct AddrinfoDeleter {
     void operator()(addrinfo* list) const { freeaddrinfo(list); }
@@ -46,7 +46,7 @@ bool hasZeroCharacter(const std::string& text) {
 
 /// The parts of an IPv6 address with or without a scope; nothing for any other text.
 std::optional<ScopedAddress> parseIpv6(const std::string& text) {
-    const std::size_t mark = text.find(scopeMark);
+    const std::size_t mark = text.find(kScopeMark);
     ScopedAddress parsed{};
     if (mark != std::string::npos) {
         parsed.scope = text.substr(mark + 1);
@@ -96,9 +96,9 @@ int resolve(const std::string& host, const std::string& service, int family, Add
 
 int familyOf(int flags) {
     switch (flags) {
-        case onlyIpv4:
+        case kOnlyIpv4:
             return AF_INET;
-        case onlyIpv6:
+        case kOnlyIpv6:
             return AF_INET6;
         default:
             return AF_UNSPEC;

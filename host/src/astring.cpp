@@ -13,13 +13,13 @@ std::wstring wideOrEmpty(const char* text) {
 }
 
 std::wstring hexadecimal(std::uintmax_t value) {
-    constexpr wchar_t digits[] = L"0123456789abcdef";
-    constexpr unsigned bitsPerDigit = 4;
-    constexpr unsigned digitMask = 0xF;
+    constexpr wchar_t kDigits[] = L"0123456789abcdef";
+    constexpr unsigned kBitsPerDigit = 4;
+    constexpr unsigned kDigitMask = 0xF;
     std::wstring text;
     do {
-        text.insert(text.begin(), digits[value & digitMask]);
-        value >>= bitsPerDigit;
+        text.insert(text.begin(), kDigits[value & kDigitMask]);
+        value >>= kBitsPerDigit;
     } while (value != 0);
     return text;
 }

@@ -19,7 +19,7 @@ namespace kvecomn {
 
 namespace {
 
-constexpr std::size_t bufferSize = std::size_t{64} * 1024;
+constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 
 /// Whether the error says that the kernel cannot copy this way between these files, and nothing
 /// about the files themselves.
@@ -58,7 +58,7 @@ template <typename Call>
 std::uint64_t copyByKernel(const char* name, std::uint64_t left, Call moveSome) {
     ssize_t count = 1;
     while (left > 0 && count > 0) {
-        const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(left, longestTransfer));
+        const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(left, kLongestTransfer));
         count = uninterrupted([&] { return moveSome(size); });
         left -= count > 0 ? static_cast<std::uint64_t>(count) : 0;
     }
@@ -69,9 +69,9 @@ std::uint64_t copyByKernel(const char* name, std::uint64_t left, Call moveSome) 
 }
 
 void copyByBuffer(int from, int to, std::uint64_t left) {
-    const std::unique_ptr<char[]> buffer(new char[bufferSize]);
+    const std::unique_ptr<char[]> buffer(new char[kBufferSize]);
     while (left > 0) {
-        const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, bufferSize));
+        const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, kBufferSize));
         const ssize_t count = uninterrupted([&] { return read(from, buffer.get(), wanted); });
         if (count == -1) {
             throw FileError(errno, "read");
@@ -87,7 +87,7 @@ void copyByBuffer(int from, int to, std::uint64_t left) {
     }
 }
 
-constexpr std::uint64_t toTheEnd = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t kToTheEnd = std::numeric_limits<std::uint64_t>::max();
 
 /// Copies up to `length` bytes. Each way goes on where the one before it stopped; the last finds
 /// the true end.
@@ -120,9 +120,9 @@ std::optional<off_t> nextData(int file, off_t position) {
 
 /// Whether `from` holds less than its size says and `to` can have holes as well.
 bool canKeepHoles(const struct stat& from, const struct stat& to) {
-    constexpr off_t blockUnit = 512;
+    constexpr off_t kBlockUnit = 512;
     return S_ISREG(from.st_mode) && S_ISREG(to.st_mode) && to.st_size == 0 &&
-           from.st_blocks * blockUnit < from.st_size;
+           from.st_blocks * kBlockUnit < from.st_size;
 }
 
 /// A partial file of some gigabytes may be a hole for the most part; it must not take that room.
@@ -151,7 +151,7 @@ void copyData(const Descriptor& from, const Descriptor& to) {
     if (canKeepHoles(sourceStatus, statusOf(to))) {
         copyAroundHoles(source, target, sourceStatus.st_size);
     } else {
-        copyRange(source, target, toTheEnd);
+        copyRange(source, target, kToTheEnd);
     }
 }
 

@@ -22,11 +22,11 @@ using kvecomn::uninterrupted;
 
 namespace {
 
-constexpr char temporaryDirectory[] = "/tmp";
-constexpr mode_t modeBits = 07777;
-constexpr mode_t setIdBits = S_ISUID | S_ISGID;
+constexpr char kTemporaryDirectory[] = "/tmp";
+constexpr mode_t kModeBits = 07777;
+constexpr mode_t kSetIdBits = S_ISUID | S_ISGID;
 /// For a sibling whose final mode is set later.
-constexpr mode_t privateMode = 0600;
+constexpr mode_t kPrivateMode = 0600;
 
 bool isSameFile(const struct stat& one, const struct stat& other) {
     return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
@@ -89,20 +89,20 @@ bool takeOverOwner(const Descriptor& file, const struct stat& old) {
     if (uninterrupted([&] { return fchown(file.get(), old.st_uid, old.st_gid); }) == 0) {
         return true;
     }
-    constexpr auto sameOwner = static_cast<uid_t>(-1);
-    return uninterrupted([&] { return fchown(file.get(), sameOwner, old.st_gid); }) == 0 &&
+    constexpr auto kSameOwner = static_cast<uid_t>(-1);
+    return uninterrupted([&] { return fchown(file.get(), kSameOwner, old.st_gid); }) == 0 &&
            own.st_uid == old.st_uid;
 }
 
 /// Makes a complete file look like the one it replaces. Not earlier: writing takes set-id bits off.
 void takeOver(const Descriptor& file, const struct stat& old) {
-    mode_t mode = old.st_mode & modeBits;
+    mode_t mode = old.st_mode & kModeBits;
     if (!takeOverOwner(file, old)) {
         // They would lend the rights of another user or group than they were given for.
-        mode &= ~setIdBits;
+        mode &= ~kSetIdBits;
     }
     // Not every file system can change modes; those show the same mode for all files.
-    if ((statusOf(file).st_mode & modeBits) != mode &&
+    if ((statusOf(file).st_mode & kModeBits) != mode &&
         uninterrupted([&] { return fchmod(file.get(), mode); }) == -1) {
         throw FileError(errno, "mode");
     }
@@ -131,7 +131,7 @@ int flushDirectory(const Place& place, const Descriptor& file) {
 
 bool isTemporary(const Place& place) {
     struct stat status {};
-    return stat(temporaryDirectory, &status) == 0 && isSameFile(status, place.directoryStatus);
+    return stat(kTemporaryDirectory, &status) == 0 && isSameFile(status, place.directoryStatus);
 }
 
 /// Replaces or makes a regular file. Returns 0, or the errno value of a directory that could not be
@@ -141,7 +141,7 @@ int replaceFile(const Descriptor& source, const Place& place) {
         kvecomn::requireOwnFile(place.status);
     }
     kvecomn::removeLeftSiblings(place);
-    SiblingFile sibling(place, place.exists ? privateMode : kvecomn::newFileMode(place));
+    SiblingFile sibling(place, place.exists ? kPrivateMode : kvecomn::newFileMode(place));
     kvecomn::copyData(source, sibling.file());
     if (place.exists) {
         takeOver(sibling.file(), place.status);

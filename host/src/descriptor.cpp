@@ -51,7 +51,7 @@ std::size_t readFully(int file, void* buffer, std::size_t size) noexcept {
     auto* position = static_cast<char*>(buffer);
     std::size_t done = 0;
     while (done < size) {
-        const std::size_t wanted = std::min(size - done, longestTransfer);
+        const std::size_t wanted = std::min(size - done, kLongestTransfer);
         const ssize_t count = uninterrupted([&] { return read(file, position + done, wanted); });
         if (count <= 0) {
             break;
@@ -65,7 +65,7 @@ std::size_t writeFully(int file, const void* data, std::size_t size) noexcept {
     const auto* position = static_cast<const char*>(data);
     std::size_t done = 0;
     while (done < size) {
-        const std::size_t wanted = std::min(size - done, longestTransfer);
+        const std::size_t wanted = std::min(size - done, kLongestTransfer);
         const ssize_t count = uninterrupted([&] { return write(file, position + done, wanted); });
         if (count == 0) {
             errno = EIO;

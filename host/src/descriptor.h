@@ -14,7 +14,7 @@ namespace kvecomn {
 static_assert(sizeof(off_t) == 8, "file offsets must have 64 bits: compile with large files");
 
 /// Most bytes moved by one system call, so that counts fit a 32-bit ssize_t.
-constexpr std::size_t longestTransfer = std::size_t{1} << 30;
+constexpr std::size_t kLongestTransfer = std::size_t{1} << 30;
 
 /// A file operation that failed; the text is the reason for the log.
 class FileError : public std::runtime_error {

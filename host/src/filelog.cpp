@@ -7,7 +7,7 @@ namespace kvecomn {
 
 namespace {
 
-constexpr wchar_t moduleName[] = L"kvecomn";
+constexpr wchar_t kModuleName[] = L"kvecomn";
 
 /// Writes the texts one after the other as an error line.
 template <typename... Text>
@@ -15,7 +15,7 @@ void logLine(const Text&... texts) noexcept {
     try {
         AString message;
         (message += ... += texts);
-        logError(moduleName, message);
+        logError(kModuleName, message);
     } catch (...) {
         // No memory for a line: the caller's answer says enough.
     }

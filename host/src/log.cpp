@@ -37,8 +37,8 @@ struct LogState {
 
 /// Never destroyed: destructors of other static objects may still log.
 LogState& logState() {
-    static LogState* const state = new LogState;
-    return *state;
+    static LogState* const kState = new LogState;
+    return *kState;
 }
 
 bool isInDetailList(const std::string& name) {
@@ -55,7 +55,7 @@ struct CharacterRange {
 
 /// What a terminal or a pager acts on instead of showing it: it could end the line, start another
 /// that nobody wrote, or change what is read.
-constexpr CharacterRange invisibleCharacters[] = {
+constexpr CharacterRange kInvisibleCharacters[] = {
     {0x00, 0x1F},      // controls
     {0x7F, 0x9F},      // delete, more controls
     {0x2028, 0x202E},  // line and paragraph separators, changes of the writing direction
@@ -64,7 +64,7 @@ constexpr CharacterRange invisibleCharacters[] = {
 
 bool isInvisible(wchar_t character) {
     const auto value = static_cast<char32_t>(character);
-    return std::any_of(std::begin(invisibleCharacters), std::end(invisibleCharacters),
+    return std::any_of(std::begin(kInvisibleCharacters), std::end(kInvisibleCharacters),
                        [value](const CharacterRange& range) {
                            return value >= range.first && value <= range.last;
                        });
@@ -82,11 +82,11 @@ std::wstring escaped(wchar_t character) {
         default:
             break;
     }
-    constexpr std::size_t longest = sizeof("\\u0000");
-    constexpr char32_t leastOfFourDigits = 0x100;
-    char text[longest];
+    constexpr std::size_t kLongest = sizeof("\\u0000");
+    constexpr char32_t kLeastOfFourDigits = 0x100;
+    char text[kLongest];
     const auto value = static_cast<char32_t>(character);
-    std::snprintf(text, sizeof text, value < leastOfFourDigits ? "\\x%02x" : "\\u%04x",
+    std::snprintf(text, sizeof text, value < kLeastOfFourDigits ? "\\x%02x" : "\\u%04x",
                   static_cast<unsigned>(value));
     return telmcomn_ansi_to_wide(text);
 }
@@ -105,17 +105,17 @@ std::string printable(const wchar_t* text) {
 
 /// The present time as "2031-05-09T07:08:09.123Z".
 std::string currentTime() {
-    constexpr long nanosecondsPerMillisecond = 1000000;
-    constexpr std::size_t enoughForAnyYear = 64;
+    constexpr long kNanosecondsPerMillisecond = 1000000;
+    constexpr std::size_t kEnoughForAnyYear = 64;
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     tm parts{};
     gmtime_r(&now.tv_sec, &parts);
-    char seconds[enoughForAnyYear];
+    char seconds[kEnoughForAnyYear];
     const std::size_t length = strftime(seconds, sizeof seconds, "%Y-%m-%dT%H:%M:%S", &parts);
-    char milliseconds[enoughForAnyYear];
+    char milliseconds[kEnoughForAnyYear];
     std::snprintf(milliseconds, sizeof milliseconds, ".%03ldZ",
-                  now.tv_nsec / nanosecondsPerMillisecond);
+                  now.tv_nsec / kNanosecondsPerMillisecond);
     return std::string(seconds, length) + milliseconds;
 }
 

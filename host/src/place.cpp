@@ -15,14 +15,14 @@ namespace kvecomn {
 namespace {
 
 // The kernel's own limit.
-constexpr int mostLinks = 40;
+constexpr int kMostLinks = 40;
 
-constexpr mode_t sharedDirectoryBits = S_ISVTX | S_IWOTH;
-constexpr mode_t sharedFileMode = 0600;
-constexpr mode_t ordinaryFileMode = 0666;
+constexpr mode_t kSharedDirectoryBits = S_ISVTX | S_IWOTH;
+constexpr mode_t kSharedFileMode = 0600;
+constexpr mode_t kOrdinaryFileMode = 0666;
 
 bool isSharedDirectory(const struct stat& status) {
-    return (status.st_mode & sharedDirectoryBits) == sharedDirectoryBits;
+    return (status.st_mode & kSharedDirectoryBits) == kSharedDirectoryBits;
 }
 
 Descriptor openDirectory(int base, const std::string& name, int flags) {
@@ -113,7 +113,7 @@ class PathWalk {
         if (isSharedDirectory(m_directoryStatus) && status.st_uid != geteuid()) {
             throw FileError("a symbolic link of another user is on the way");
         }
-        if (++m_followedLinks > mostLinks) {
+        if (++m_followedLinks > kMostLinks) {
             throw FileError(ELOOP);
         }
         m_rest = readLink(m_directory, m_part) + m_rest;
@@ -189,10 +189,10 @@ Place lookUp(const std::string& path) {
 
 Descriptor openExisting(const Place& place, int access) {
     // A FIFO or a line without its other end must not hold up the caller.
-    constexpr int always = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    constexpr int kAlways = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     const int follow = place.isOpenFileLink() ? 0 : O_NOFOLLOW;
     Descriptor file(uninterrupted([&] {
-        return openat(place.directory.get(), place.name.c_str(), access | follow | always);
+        return openat(place.directory.get(), place.name.c_str(), access | follow | kAlways);
     }));
     if (!file.isOpen()) {
         throw FileError(errno);
@@ -223,7 +223,7 @@ Descriptor makeNew(const Place& place, const std::string& name, int access, mode
 }
 
 mode_t newFileMode(const Place& place) {
-    return place.isShared() ? sharedFileMode : ordinaryFileMode;
+    return place.isShared() ? kSharedFileMode : kOrdinaryFileMode;
 }
 
 void requireOwnFile(const struct stat& status) {

@@ -21,21 +21,21 @@ namespace kvecomn {
 
 namespace {
 
-constexpr char namePrefix[] = ".kvecomn-";
-constexpr char nameDigits[] = "0123456789abcdef";
-constexpr std::size_t randomBytes = 16;
-constexpr std::size_t prefixLength = sizeof namePrefix - 1;
-constexpr std::size_t nameLength = prefixLength + 2 * randomBytes;
+constexpr char kNamePrefix[] = ".kvecomn-";
+constexpr char kNameDigits[] = "0123456789abcdef";
+constexpr std::size_t kRandomBytes = 16;
+constexpr std::size_t kPrefixLength = sizeof kNamePrefix - 1;
+constexpr std::size_t kNameLength = kPrefixLength + 2 * kRandomBytes;
 
 /// A name cannot meet another one by chance; a limit keeps a broken source of chance from a loop
 /// without end.
-constexpr int mostAttempts = 16;
+constexpr int kMostAttempts = 16;
 
 /// Directories remembered as looked into; a process that writes to more of them starts over.
-constexpr std::size_t mostRememberedDirectories = 4096;
+constexpr std::size_t kMostRememberedDirectories = 4096;
 
 std::string unpredictableName() {
-    std::array<std::uint8_t, randomBytes> bytes{};
+    std::array<std::uint8_t, kRandomBytes> bytes{};
     std::size_t filled = 0;
     while (filled < bytes.size()) {
         const ssize_t count = uninterrupted(
@@ -45,17 +45,18 @@ std::string unpredictableName() {
         }
         filled += static_cast<std::size_t>(count);
     }
-    std::string name = namePrefix;
+    std::string name = kNamePrefix;
     for (const std::uint8_t byte : bytes) {
-        name += nameDigits[byte >> 4];
-        name += nameDigits[byte & 0xF];
+        name += kNameDigits[byte >> 4];
+        name += kNameDigits[byte & 0xF];
     }
     return name;
 }
 
 bool isSiblingName(const char* name) {
-    return std::strlen(name) == nameLength && std::strncmp(name, namePrefix, prefixLength) == 0 &&
-           std::strspn(name + prefixLength, nameDigits) == nameLength - prefixLength;
+    return std::strlen(name) == kNameLength &&
+           std::strncmp(name, kNamePrefix, kPrefixLength) == 0 &&
+           std::strspn(name + kPrefixLength, kNameDigits) == kNameLength - kPrefixLength;
 }
 
 bool tryLock(const Descriptor& file) {
@@ -96,7 +97,7 @@ bool isFirstVisit(const struct stat& directory) {
     static std::mutex mutex;
     static std::set<std::pair<dev_t, ino_t>> visited;
     const std::lock_guard<std::mutex> lock(mutex);
-    if (visited.size() >= mostRememberedDirectories) {
+    if (visited.size() >= kMostRememberedDirectories) {
         visited.clear();
     }
     return visited.emplace(directory.st_dev, directory.st_ino).second;
@@ -109,7 +110,7 @@ struct DirectoryCloser {
 }  // namespace
 
 SiblingFile::SiblingFile(const Place& place, mode_t mode) : SiblingFile(place) {
-    for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+    for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
         m_name = unpredictableName();
         m_file = makeNew(place, m_name, O_WRONLY, mode);
         m_isOwner = true;

@@ -35,7 +35,7 @@ struct TelFile {
 namespace {
 
 /// How often opening and making are tried in turn while others delete and make the file.
-constexpr int mostAttempts = 100;
+constexpr int kMostAttempts = 100;
 
 struct DispositionRule {
     std::uint32_t disposition;
@@ -44,14 +44,14 @@ struct DispositionRule {
     bool empties;
 };
 
-constexpr DispositionRule dispositionRules[] = {
+constexpr DispositionRule kDispositionRules[] = {
     {telCreateNew, false, true, false},       {telCreateAlways, true, true, true},
     {telOpenExisting, true, false, false},    {telOpenAlways, true, true, false},
     {telTruncateExisting, true, false, true},
 };
 
 const DispositionRule* findRule(std::uint32_t disposition) {
-    for (const DispositionRule& rule : dispositionRules) {
+    for (const DispositionRule& rule : kDispositionRules) {
         if (rule.disposition == disposition) {
             return &rule;
         }
@@ -115,7 +115,7 @@ Descriptor openByRule(const Place& place, int access, const DispositionRule& rul
     if (!rule.opensExisting && place.isBehindLink) {
         throw FileError(EEXIST);
     }
-    for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+    for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
         Descriptor file;
         if (rule.opensExisting) {
             file = tryExisting(place, access, rule);
@@ -178,14 +178,14 @@ std::size_t telWriteFile(telHandle file, const void* data, std::size_t size) {
 }
 
 std::int64_t telSetFilePointer(telHandle file, std::int64_t distance, std::uint32_t from) {
-    constexpr int origins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
+    constexpr int kOrigins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
     static_assert(telFileBegin == 0 && telFileCurrent == 1 && telFileEnd == 2,
                   "the order of the table");
     if (file == nullptr || from > telFileEnd) {
         return -1;
     }
     return kvecomn::uninterrupted(
-        [&]() -> std::int64_t { return lseek(file->file.get(), distance, origins[from]); });
+        [&]() -> std::int64_t { return lseek(file->file.get(), distance, kOrigins[from]); });
 }
 
 bool telCloseHandle(telHandle file) {

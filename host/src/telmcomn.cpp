@@ -8,18 +8,18 @@ namespace {
 // One wchar_t is one character throughout the libraries.
 static_assert(sizeof(wchar_t) == sizeof(char32_t), "wchar_t must hold any Unicode character");
 
-constexpr char32_t replacementCharacter = 0xFFFD;
-constexpr char32_t lastCharacter = 0x10FFFF;
-constexpr char32_t firstSurrogate = 0xD800;
-constexpr char32_t lastSurrogate = 0xDFFF;
+constexpr char32_t kReplacementCharacter = 0xFFFD;
+constexpr char32_t kLastCharacter = 0x10FFFF;
+constexpr char32_t kFirstSurrogate = 0xD800;
+constexpr char32_t kLastSurrogate = 0xDFFF;
 
-constexpr char32_t leastOfTwoBytes = 0x80;
-constexpr char32_t leastOfThreeBytes = 0x800;
-constexpr char32_t leastOfFourBytes = 0x10000;
+constexpr char32_t kLeastOfTwoBytes = 0x80;
+constexpr char32_t kLeastOfThreeBytes = 0x800;
+constexpr char32_t kLeastOfFourBytes = 0x10000;
 
-constexpr unsigned bitsPerContinuation = 6;
-constexpr std::uint8_t continuationMask = 0x3F;
-constexpr std::uint8_t continuationMark = 0x80;
+constexpr unsigned kBitsPerContinuation = 6;
+constexpr std::uint8_t kContinuationMask = 0x3F;
+constexpr std::uint8_t kContinuationMark = 0x80;
 
 /// The well-formed sequences by their first byte. Overlong forms, surrogates and values that are
 /// too high differ from well-formed ones in the range of the second byte; every further byte may be
@@ -33,7 +33,7 @@ struct SequenceForm {
     std::uint8_t firstMask;
 };
 
-constexpr SequenceForm sequenceForms[] = {
+constexpr SequenceForm kSequenceForms[] = {
     {0x00, 0x7F, 0x00, 0x00, 0, 0x7F}, {0xC2, 0xDF, 0x80, 0xBF, 1, 0x1F},
     {0xE0, 0xE0, 0xA0, 0xBF, 2, 0x0F}, {0xE1, 0xEC, 0x80, 0xBF, 2, 0x0F},
     {0xED, 0xED, 0x80, 0x9F, 2, 0x0F}, {0xEE, 0xEF, 0x80, 0xBF, 2, 0x0F},
@@ -42,7 +42,7 @@ constexpr SequenceForm sequenceForms[] = {
 };
 
 const SequenceForm* findSequenceForm(std::uint8_t first) {
-    for (const SequenceForm& form : sequenceForms) {
+    for (const SequenceForm& form : kSequenceForms) {
         if (first >= form.firstLeast && first <= form.firstMost) {
             return &form;
         }
@@ -61,7 +61,7 @@ char32_t decodeNext(const std::string& text, std::size_t& position) {
     const std::uint8_t first = byteAt(text, position++);
     const SequenceForm* form = findSequenceForm(first);
     if (form == nullptr) {
-        return replacementCharacter;
+        return kReplacementCharacter;
     }
     char32_t character = first & form->firstMask;
     std::uint8_t least = form->secondLeast;
@@ -69,19 +69,19 @@ char32_t decodeNext(const std::string& text, std::size_t& position) {
     for (int i = 0; i < form->continuations; ++i) {
         if (position == text.size() || byteAt(text, position) < least ||
             byteAt(text, position) > most) {
-            return replacementCharacter;
+            return kReplacementCharacter;
         }
         character =
-            (character << bitsPerContinuation) | (byteAt(text, position) & continuationMask);
+            (character << kBitsPerContinuation) | (byteAt(text, position) & kContinuationMask);
         ++position;
-        least = continuationMark;
-        most = continuationMark | continuationMask;
+        least = kContinuationMark;
+        most = kContinuationMark | kContinuationMask;
     }
     return character;
 }
 
 bool isCharacter(char32_t value) {
-    return value <= lastCharacter && (value < firstSurrogate || value > lastSurrogate);
+    return value <= kLastCharacter && (value < kFirstSurrogate || value > kLastSurrogate);
 }
 
 void appendByte(std::string& text, char32_t byte) {
@@ -91,22 +91,22 @@ void appendByte(std::string& text, char32_t byte) {
 void appendContinuations(std::string& text, char32_t character, unsigned count) {
     while (count > 0) {
         --count;
-        const char32_t bits = (character >> (count * bitsPerContinuation)) & continuationMask;
-        appendByte(text, continuationMark | bits);
+        const char32_t bits = (character >> (count * kBitsPerContinuation)) & kContinuationMask;
+        appendByte(text, kContinuationMark | bits);
     }
 }
 
 void appendCharacter(std::string& text, char32_t character) {
-    if (character < leastOfTwoBytes) {
+    if (character < kLeastOfTwoBytes) {
         appendByte(text, character);
-    } else if (character < leastOfThreeBytes) {
-        appendByte(text, 0xC0U | (character >> bitsPerContinuation));
+    } else if (character < kLeastOfThreeBytes) {
+        appendByte(text, 0xC0U | (character >> kBitsPerContinuation));
         appendContinuations(text, character, 1);
-    } else if (character < leastOfFourBytes) {
-        appendByte(text, 0xE0U | (character >> (2 * bitsPerContinuation)));
+    } else if (character < kLeastOfFourBytes) {
+        appendByte(text, 0xE0U | (character >> (2 * kBitsPerContinuation)));
         appendContinuations(text, character, 2);
     } else {
-        appendByte(text, 0xF0U | (character >> (3 * bitsPerContinuation)));
+        appendByte(text, 0xF0U | (character >> (3 * kBitsPerContinuation)));
         appendContinuations(text, character, 3);
     }
 }
@@ -118,7 +118,7 @@ std::string telmcomn_wide_to_ansi(const std::wstring& wide) {
     utf8.reserve(wide.size());
     for (const wchar_t unit : wide) {
         const auto value = static_cast<char32_t>(unit);
-        appendCharacter(utf8, isCharacter(value) ? value : replacementCharacter);
+        appendCharacter(utf8, isCharacter(value) ? value : kReplacementCharacter);
     }
     return utf8;
 }

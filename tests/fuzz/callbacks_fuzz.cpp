@@ -24,7 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace tessaro_com::pkm::voInet;
 
-constexpr std::size_t prefixSize = 1024;
+constexpr std::size_t kPrefixSize = 1024;
 
 using Content = std::optional<std::string>;
 
@@ -39,7 +39,7 @@ class DownloadModel {
 
     std::size_t write(const std::string& bytes) {
         if (m_prefixCheck) {
-            m_received += bytes.substr(0, prefixSize - m_received.size());
+            m_received += bytes.substr(0, kPrefixSize - m_received.size());
             return bytes.size();
         }
         if (!m_temporary) {
@@ -72,7 +72,7 @@ class DownloadModel {
 
     bool isPrefixMatched() const {
         std::string received = m_received;
-        received.resize(prefixSize);
+        received.resize(kPrefixSize);
         return received == m_localPrefix;
     }
 
@@ -94,9 +94,10 @@ class DownloadModel {
     /// Of the copy, at the start position; a whole file has none, and what is missing is zeros.
     void readLocalPrefix() {
         if (m_start != 0 && m_prefixCheck && m_temporary) {
-            m_localPrefix = m_temporary->substr(std::min(m_start, m_temporary->size()), prefixSize);
+            m_localPrefix =
+                m_temporary->substr(std::min(m_start, m_temporary->size()), kPrefixSize);
         }
-        m_localPrefix.resize(prefixSize);
+        m_localPrefix.resize(kPrefixSize);
     }
 
     Content m_local;
@@ -197,8 +198,8 @@ void download(const std::string& local, const Content& content, Input& input) {
         CallbackManager manager = makeManager(type, local, start, prefixCheck);
         require(manager.GetStartPosition() == start, "the start position is kept");
         require(manager.GetEndPosition() == (prefixCheck ? start + 1023 : -1), "the end follows");
-        constexpr int maxSteps = 32;
-        for (int i = 0; i < maxSteps && !input.empty(); ++i) {
+        constexpr int kMaxSteps = 32;
+        for (int i = 0; i < kMaxSteps && !input.empty(); ++i) {
             switch (input.byte() % 6) {
                 case 0:
                     require(manager.Flush(), "a download can be repeated");

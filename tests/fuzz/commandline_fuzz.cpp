@@ -117,9 +117,9 @@ void checkMessage(const CommandError& error, const std::vector<std::string>& arg
 
 /// Host and port come apart, and together again.
 void checkEndpoint(const std::string& text) {
-    constexpr int defaultPort = 80;
+    constexpr int kDefaultPort = 80;
     try {
-        const Endpoint endpoint = parseEndpoint(text, defaultPort, "--host");
+        const Endpoint endpoint = parseEndpoint(text, kDefaultPort, "--host");
         require(endpoint.port >= 1 && endpoint.port <= 65535, "a port is one");
         require(!endpoint.host.empty() &&
                     endpoint.host.find_first_of("/\\@?#[] \t\n\r") == std::string::npos,

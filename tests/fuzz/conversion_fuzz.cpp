@@ -16,7 +16,7 @@ namespace {
 
 namespace voInet = tessaro_com::pkm::voInet;
 
-constexpr wchar_t replacement = 0xFFFD;
+constexpr wchar_t kReplacement = 0xFFFD;
 
 bool isCharacterWide(wchar_t unit) {
     return isCharacter(static_cast<char32_t>(unit));
@@ -33,7 +33,7 @@ void checkToWide(const std::string& narrow) {
                 "well-formed text keeps its characters");
         require(telmcomn_wide_to_ansi(wide) == narrow, "well-formed text survives both ways");
     } else {
-        require(wide.find(replacement) != std::wstring::npos, "what is ill-formed is marked");
+        require(wide.find(kReplacement) != std::wstring::npos, "what is ill-formed is marked");
         require(telmcomn_wide_to_ansi(wide) != narrow, "ill-formed text does not survive");
     }
     const AString text(narrow.c_str());
@@ -48,7 +48,7 @@ void checkToNarrow(const std::wstring& wide) {
     std::wstring expected = wide;
     std::replace_if(
         expected.begin(), expected.end(), [](wchar_t unit) { return !isCharacterWide(unit); },
-        replacement);
+        kReplacement);
     require(telmcomn_ansi_to_wide(narrow) == expected,
             "all characters come back, and U+FFFD for everything else");
 }

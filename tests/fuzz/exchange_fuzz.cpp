@@ -26,7 +26,7 @@ using Records = std::vector<ScriptedServer::Record>;
 
 /// Results that one of these statuses stands behind.
 const std::map<voInet::voInetError, std::vector<std::string>>& statusesOf() {
-    static const std::map<voInet::voInetError, std::vector<std::string>> statuses = {
+    static const std::map<voInet::voInetError, std::vector<std::string>> kStatuses = {
         // Libcurl takes a status line that it cannot read for one of status 200.
         {voInet::voInetErrorPackageReceived, {"200", "http/"}},
         {voInet::voInetErrorServerBusy, {"201", "503"}},
@@ -37,7 +37,7 @@ const std::map<voInet::voInetError, std::vector<std::string>>& statusesOf() {
         {voInet::voInetErrorFileNotFound, {"404"}},
         {voInet::voInetErrorGuidExists, {"506"}},
     };
-    return statuses;
+    return kStatuses;
 }
 
 std::string allSent(const Records& records) {

@@ -20,16 +20,16 @@ namespace voinet_fuzz {
 
 namespace {
 
-constexpr char mark = 'Q';
-constexpr int sentHead = 2;
-constexpr int receivedHead = 1;
+constexpr char kMark = 'Q';
+constexpr int kSentHead = 2;
+constexpr int kReceivedHead = 1;
 
 /// A single line of text, as the command takes secrets. The text of a line end in a trace stays in
 /// one piece.
 std::string secretOf(const std::string& seed) {
     const std::string text =
         telmcomn_wide_to_ansi(telmcomn_ansi_to_wide(voinet_command::withoutControls(seed)));
-    std::string secret(1, mark);
+    std::string secret(1, kMark);
     for (std::size_t i = 0; i < text.size();) {
         const std::string lineEnd = text.substr(i, 5);
         std::size_t length = 1;
@@ -41,33 +41,34 @@ std::string secretOf(const std::string& seed) {
                (static_cast<unsigned char>(text[i + length]) & 0xC0U) == 0x80) {
             ++length;
         }
-        if (text[i] != mark) {
-            secret += text.substr(i, length) + mark;
+        if (text[i] != kMark) {
+            secret += text.substr(i, length) + kMark;
         }
         i += length;
     }
     // The command does not hide texts of less than four characters everywhere.
-    return secret.size() < 4 ? secret + "a" + mark + "b" + mark : secret;
+    return secret.size() < 4 ? secret + "a" + kMark + "b" + kMark : secret;
 }
 
 std::string harmless(std::string text) {
-    text.erase(std::remove_if(
-                   text.begin(), text.end(),
-                   [](char each) { return each == mark || static_cast<unsigned char>(each) < 32; }),
+    text.erase(std::remove_if(text.begin(), text.end(),
+                              [](char each) {
+                                  return each == kMark || static_cast<unsigned char>(each) < 32;
+                              }),
                text.end());
     return text;
 }
 
 /// Percent-encoded as in a URL, all but letters and digits.
 std::string urlEncoded(const std::string& text) {
-    static constexpr char digits[] = "0123456789ABCDEF";
+    static constexpr char kDigits[] = "0123456789ABCDEF";
     std::string encoded;
     for (const char each : text) {
         const auto byte = static_cast<unsigned char>(each);
         if (std::isalnum(byte) != 0) {
             encoded += each;
         } else {
-            encoded += {'%', digits[byte / 16], digits[byte % 16]};
+            encoded += {'%', kDigits[byte / 16], kDigits[byte % 16]};
         }
     }
     return encoded;
@@ -105,14 +106,14 @@ std::string maskedHead(const std::string& head, Input& cuts) {
     std::size_t position = 0;
     while (position < head.size()) {
         const std::size_t size = cuts.empty() ? head.size() : cuts.byte() + std::size_t{1};
-        seen += masker.Mask("curl", tracedLine(sentHead, head.substr(position, size))) + "\n";
+        seen += masker.Mask("curl", tracedLine(kSentHead, head.substr(position, size))) + "\n";
         position += size;
     }
     return seen;
 }
 
 void requireNothing(const std::string& seen, const std::string& secrets) {
-    require(seen.find(mark) == std::string::npos, "no part of a secret is seen",
+    require(seen.find(kMark) == std::string::npos, "no part of a secret is seen",
             seen + "\nsecrets: " + secrets);
 }
 
@@ -124,7 +125,7 @@ void checkKnownSecrets(const Story& story) {
     const std::string text =
         story.word + " " + story.secret + ", " + story.other + "; " + story.word + story.secret;
     requireNothing(masker.Mask("voInet", text), story.secret + "\n" + story.other);
-    requireNothing(masker.Mask("curl", tracedLine(receivedHead, text)),
+    requireNothing(masker.Mask("curl", tracedLine(kReceivedHead, text)),
                    story.secret + "\n" + story.other);
 }
 
@@ -137,7 +138,7 @@ void checkHarmlessLine(const std::string& word) {
     voinet_command::Masker masker;
     masker.AddSecret(secretOf(word));
     const std::string line = "GET /" + letters + " HTTP/1.1\r\nHost: " + letters + "\r\n\r\n";
-    const std::string traced = tracedLine(sentHead, line);
+    const std::string traced = tracedLine(kSentHead, line);
     require(masker.Mask("curl", traced) == traced, "other lines stay as they are", traced);
 }
 

@@ -33,7 +33,7 @@ struct Text {
     Twin twin;
 };
 
-const std::array<Text, 23> texts = {{
+const std::array<Text, 23> kTexts = {{
     {&TransferItf::m_strSite, &TransferItf::m_strSite_utf8_rep},
     {&TransferItf::m_strHost, &TransferItf::m_strHost_utf8_rep},
     {&TransferItf::m_strHostIP, &TransferItf::m_strHostIP_utf8_rep},
@@ -59,7 +59,7 @@ const std::array<Text, 23> texts = {{
     {&TransferItf::m_strCARootPath, &TransferItf::m_strCARootPath_utf8_rep},
 }};
 
-const std::array<Number, 8> numbers = {
+const std::array<Number, 8> kNumbers = {
     &TransferItf::m_nPort,
     &TransferItf::m_nSslPort,
     &TransferItf::m_nPortIP,
@@ -70,7 +70,7 @@ const std::array<Number, 8> numbers = {
     &TransferItf::m_nRangeListSize,
 };
 
-const std::array<Flag, 9> flags = {
+const std::array<Flag, 9> kFlags = {
     &TransferItf::m_bUseProxy,
     &TransferItf::m_bBypassLocal,
     &TransferItf::m_bUseIEConfig,
@@ -84,10 +84,10 @@ const std::array<Flag, 9> flags = {
 
 /// What the options may change of an object.
 struct Settings {
-    std::array<std::wstring, texts.size()> wide;
-    std::array<std::string, texts.size()> twin;
-    std::array<int, numbers.size()> number{};
-    std::array<bool, flags.size()> flag{};
+    std::array<std::wstring, kTexts.size()> wide;
+    std::array<std::string, kTexts.size()> twin;
+    std::array<int, kNumbers.size()> number{};
+    std::array<bool, kFlags.size()> flag{};
     std::wstring token;
 
     bool operator==(const Settings& other) const {
@@ -104,9 +104,9 @@ struct Settings {
         return index;
     }
     std::wstring& operator[](Wide member) { return wide[indexOfText(member)]; }
-    int& operator[](Number member) { return number[indexOf(numbers, member)]; }
-    bool isSet(Flag member) const { return flag[indexOf(flags, member)]; }
-    void put(Flag member, bool value) { flag[indexOf(flags, member)] = value; }
+    int& operator[](Number member) { return number[indexOf(kNumbers, member)]; }
+    bool isSet(Flag member) const { return flag[indexOf(kFlags, member)]; }
+    void put(Flag member, bool value) { flag[indexOf(kFlags, member)] = value; }
     void put(Wide member, const std::wstring& value) {
         wide[indexOfText(member)] = value;
         twin[indexOfText(member)] = telmcomn_wide_to_ansi(value);
@@ -115,7 +115,7 @@ struct Settings {
   private:
     static std::size_t indexOfText(Wide member) {
         std::size_t index = 0;
-        while (texts[index].wide != member) {
+        while (kTexts[index].wide != member) {
             ++index;
         }
         return index;
@@ -124,33 +124,33 @@ struct Settings {
 
 Settings settingsOf(const TransferItf& transfer) {
     Settings settings;
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        settings.wide[i] = transfer.*texts[i].wide;
-        settings.twin[i] = transfer.*texts[i].twin;
+    for (std::size_t i = 0; i < kTexts.size(); ++i) {
+        settings.wide[i] = transfer.*kTexts[i].wide;
+        settings.twin[i] = transfer.*kTexts[i].twin;
     }
-    for (std::size_t i = 0; i < numbers.size(); ++i) {
-        settings.number[i] = transfer.*numbers[i];
+    for (std::size_t i = 0; i < kNumbers.size(); ++i) {
+        settings.number[i] = transfer.*kNumbers[i];
     }
-    for (std::size_t i = 0; i < flags.size(); ++i) {
-        settings.flag[i] = transfer.*flags[i];
+    for (std::size_t i = 0; i < kFlags.size(); ++i) {
+        settings.flag[i] = transfer.*kFlags[i];
     }
     settings.token = transfer.m_strUpdateToken;
     return settings;
 }
 
-const std::map<int, Number> numberOptions = {
+const std::map<int, Number> kNumberOptions = {
     {3, &TransferItf::m_nPortIP},
     {4, &TransferItf::m_nPortFqdn},
     {5, &TransferItf::m_nPortNetbios},
     {17, &TransferItf::m_nSslPort},
 };
 
-const std::map<int, Flag> flagOptions = {
+const std::map<int, Flag> kFlagOptions = {
     {15, &TransferItf::m_bUseLoggedOnUser},
     {18, &TransferItf::m_bUseSSL},
 };
 
-const std::map<int, Wide> textOptions = {
+const std::map<int, Wide> kTextOptions = {
     {6, &TransferItf::m_strSite},         {7, &TransferItf::m_strUser},
     {8, &TransferItf::m_strPassword},     {9, &TransferItf::m_strAccount},
     {11, &TransferItf::m_strDomain},      {12, &TransferItf::m_strServer},
@@ -164,16 +164,16 @@ struct HostOption {
     Number port;
 };
 
-const std::map<int, HostOption> hostOptions = {
+const std::map<int, HostOption> kHostOptions = {
     {0, {&TransferItf::m_strHostFqdn, &TransferItf::m_nPortFqdn}},
     {1, {&TransferItf::m_strHostNetBios, &TransferItf::m_nPortNetbios}},
     {2, {&TransferItf::m_strHostIP, &TransferItf::m_nPortIP}},
 };
 
 int clamped(long value) {
-    constexpr long least = std::numeric_limits<int>::min();
-    constexpr long most = std::numeric_limits<int>::max();
-    return static_cast<int>(value < least ? least : value > most ? most : value);
+    constexpr long kLeast = std::numeric_limits<int>::min();
+    constexpr long kMost = std::numeric_limits<int>::max();
+    return static_cast<int>(value < kLeast ? kLeast : value > kMost ? kMost : value);
 }
 
 /// Blanks, a sign and digits; anything else behind them is passed over, and no digits are 0.
@@ -209,25 +209,25 @@ voInetError applyHost(Settings& settings, const HostOption& option, std::wstring
 }
 
 voInetError applyText(Settings& settings, int option, const std::wstring& value) {
-    constexpr int relativePath = 14;
-    constexpr int user = 7;
-    constexpr int updateToken = 20;
+    constexpr int kRelativePath = 14;
+    constexpr int kUser = 7;
+    constexpr int kUpdateToken = 20;
     if (value.empty()) {
-        return option == relativePath ? voInetErrorSuccess : voInetErrorInvalidArgument;
+        return option == kRelativePath ? voInetErrorSuccess : voInetErrorInvalidArgument;
     }
-    if (const auto host = hostOptions.find(option); host != hostOptions.end()) {
+    if (const auto host = kHostOptions.find(option); host != kHostOptions.end()) {
         return applyHost(settings, host->second, value);
     }
-    const auto text = textOptions.find(option);
-    if (text == textOptions.end()) {
+    const auto text = kTextOptions.find(option);
+    if (text == kTextOptions.end()) {
         return voInetErrorInvalidOption;
     }
-    if (option == updateToken) {
+    if (option == kUpdateToken) {
         settings.token = value;
     } else {
         settings.put(text->second, value);
     }
-    if (option == user) {
+    if (option == kUser) {
         settings.put(&TransferItf::m_bUseAuthentication, true);
     }
     return voInetErrorSuccess;
@@ -240,10 +240,10 @@ struct Credentials {
     Flag complete;
 };
 
-const Credentials firstCredentials = {
+const Credentials kFirstCredentials = {
     &TransferItf::m_strProxyUserName, &TransferItf::m_strProxyPassword,
     &TransferItf::m_strProxyUserPwd, &TransferItf::m_bUseProxyAuthentication};
-const Credentials alternateCredentials = {
+const Credentials kAlternateCredentials = {
     &TransferItf::m_strAltProxyUserName, &TransferItf::m_strAltProxyPassword,
     &TransferItf::m_strAltProxyUserPwd, &TransferItf::m_bAltUseProxyAuthentication};
 
@@ -283,13 +283,13 @@ void applyProxy(Settings& settings, const CProxyParams& proxy, voInetProtocol pr
     }
     settings[&TransferItf::m_nProxyPort] = isHttp ? proxy.m_nHttpProxyPort : proxy.m_nFtpProxyPort;
     if (isHttp ? proxy.m_bHttpProxyAuthentication : proxy.m_bFtpProxyAuthentication) {
-        applyCredentials(settings, firstCredentials,
+        applyCredentials(settings, kFirstCredentials,
                          isHttp ? proxy.m_strHttpProxyUser : proxy.m_strFtpProxyUser,
                          isHttp ? proxy.m_strHttpProxyPassword : proxy.m_strFtpProxyPassword);
     }
     if (proxy.m_bAllowUserToConfigureProxy &&
         (isHttp ? proxy.m_bHttpAltCredentials : proxy.m_bFtpAltCredentials)) {
-        applyCredentials(settings, alternateCredentials,
+        applyCredentials(settings, kAlternateCredentials,
                          isHttp ? proxy.m_strHttpAltUser : proxy.m_strFtpAltUser,
                          isHttp ? proxy.m_strHttpAltPassword : proxy.m_strFtpAltPassword);
     }
@@ -333,10 +333,10 @@ CProxyParams proxyRecord(Input& input) {
 bool setNumber(TransferItf& transfer, Settings& model, voInetOption option, Input& input) {
     const bool isInt = input.flag();
     const auto value = static_cast<long>(input.number(8));
-    const auto row = numberOptions.find(option);
+    const auto row = kNumberOptions.find(option);
     const auto expected =
-        row == numberOptions.end() ? voInetErrorInvalidOption : voInetErrorSuccess;
-    if (row != numberOptions.end()) {
+        row == kNumberOptions.end() ? voInetErrorInvalidOption : voInetErrorSuccess;
+    if (row != kNumberOptions.end()) {
         model[row->second] = isInt ? static_cast<int>(value) : clamped(value);
     }
     return expected == (isInt ? transfer.SetOption(option, static_cast<int>(value))
@@ -345,12 +345,12 @@ bool setNumber(TransferItf& transfer, Settings& model, voInetOption option, Inpu
 
 bool setFlag(TransferItf& transfer, Settings& model, voInetOption option, Input& input) {
     const bool value = input.flag();
-    const auto row = flagOptions.find(option);
-    if (row != flagOptions.end()) {
+    const auto row = kFlagOptions.find(option);
+    if (row != kFlagOptions.end()) {
         model.put(row->second, value);
     }
     return transfer.SetOption(option, value) ==
-           (row == flagOptions.end() ? voInetErrorInvalidOption : voInetErrorSuccess);
+           (row == kFlagOptions.end() ? voInetErrorInvalidOption : voInetErrorSuccess);
 }
 
 bool setText(TransferItf& transfer, Settings& model, voInetOption option, Input& input) {
@@ -375,7 +375,7 @@ bool activate(TransferItf& transfer, Settings& model, voInetOption option, Input
         return true;
     }
     const std::map<int, HostOption> forms = {
-        {1, hostOptions.at(2)}, {2, hostOptions.at(0)}, {3, hostOptions.at(1)}};
+        {1, kHostOptions.at(2)}, {2, kHostOptions.at(0)}, {3, kHostOptions.at(1)}};
     const auto form = forms.find(option);
     const bool isConfigured = form != forms.end() && !model[form->second.host].empty();
     if (isConfigured) {
@@ -394,7 +394,7 @@ bool dump(TransferItf& transfer, Settings& /*model*/, voInetOption /*option*/, I
 }
 
 using Call = bool (*)(TransferItf&, Settings&, voInetOption, Input&);
-constexpr Call calls[] = {setText, setNumber, setFlag, setProxy, activate, dump, setText, setText};
+constexpr Call kCalls[] = {setText, setNumber, setFlag, setProxy, activate, dump, setText, setText};
 
 bool suffices(voInetProtocol protocol, Settings settings) {
     const bool hasServer = !settings[&TransferItf::m_strSite].empty() &&
@@ -415,12 +415,12 @@ bool suffices(voInetProtocol protocol, Settings settings) {
 /// "Is the current and configured" goes stale with the current form, so it is not part of the
 /// model.
 void makeCalls(TransferItf& transfer, voInetProtocol protocol, Input& input) {
-    constexpr int maxCalls = 64;
-    constexpr int optionCount = 24;
+    constexpr int kMaxCalls = 64;
+    constexpr int kOptionCount = 24;
     Settings model = settingsOf(transfer);
-    for (int i = 0; i < maxCalls && !input.empty(); ++i) {
-        const Call call = calls[input.byte() % std::size(calls)];
-        const auto option = static_cast<voInetOption>(input.byte() % optionCount - 1);
+    for (int i = 0; i < kMaxCalls && !input.empty(); ++i) {
+        const Call call = kCalls[input.byte() % std::size(kCalls)];
+        const auto option = static_cast<voInetOption>(input.byte() % kOptionCount - 1);
         require(call(transfer, model, option, input), "the result is the expected one");
         require(settingsOf(transfer) == model, "exactly the named settings change");
         require(transfer.CheckOptions() == suffices(protocol, model), "settings suffice or not");
@@ -434,10 +434,10 @@ struct Destroy {
 }  // namespace
 
 void tryInput(const std::string& bytes) {
-    static constexpr voInetProtocol protocols[] = {voInetProtocolHttp, voInetProtocolFtp,
-                                                   voInetProtocolLocal, voInetProtocolUnc};
+    static constexpr voInetProtocol kProtocols[] = {voInetProtocolHttp, voInetProtocolFtp,
+                                                    voInetProtocolLocal, voInetProtocolUnc};
     Input input(bytes);
-    const voInetProtocol protocol = protocols[input.byte() % std::size(protocols)];
+    const voInetProtocol protocol = kProtocols[input.byte() % std::size(kProtocols)];
     const std::unique_ptr<TransferItf, Destroy> transfer(
         VoInetItfFactory().CreateInterface(protocol));
     require(transfer != nullptr, "every protocol has an object");

@@ -20,10 +20,10 @@ namespace {
 
 namespace voInet = tessaro_com::pkm::voInet;
 
-constexpr char delimiters[] = ",; \t\n\r";
+constexpr char kDelimiters[] = ",; \t\n\r";
 
 bool isDelimiter(char each) {
-    return std::string(delimiters).find(each) != std::string::npos;
+    return std::string(kDelimiters).find(each) != std::string::npos;
 }
 
 std::vector<std::string> entriesOf(const std::string& list) {
@@ -67,7 +67,7 @@ bool isLocalName(const std::string& host) {
 
 void checkTokens(const std::string& list) {
     std::vector<std::string> tokens = {"first"};
-    require(voInet::tokenize<std::string>(list, tokens, delimiters), "tokenize is always true");
+    require(voInet::tokenize<std::string>(list, tokens, kDelimiters), "tokenize is always true");
     require(tokens.front() == "first", "tokens are appended");
     tokens.erase(tokens.begin());
     require(tokens == entriesOf(list), "tokens are the parts between delimiters", list);

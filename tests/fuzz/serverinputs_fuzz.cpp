@@ -88,9 +88,9 @@ void checkPlayer(const StatusScripts& scripts) {
         require(!steps.empty(), "a script has a step");
         for (std::size_t i = 0; i < steps.size() + 2; ++i) {
             const int step = steps[std::min(i, steps.size() - 1)];
-            require(step == serveFile || isStatus(step), "a step is a status or the file");
+            require(step == kServeFile || isStatus(step), "a step is a status or the file");
             const auto status = player.next(path);
-            require(status.value_or(serveFile) == step, "steps come in order, the last one stays");
+            require(status.value_or(kServeFile) == step, "steps come in order, the last one stays");
         }
     }
     require(!player.next("no such path").has_value(), "other paths are served");

@@ -19,11 +19,11 @@ struct Kind {
     bool isWhole;
 };
 
-constexpr Kind kinds[] = {
+constexpr Kind kInds[] = {
     {"info", true},      {"rcv head", true},      {"snd head", true},      {"rcv data", false},
     {"snd data", false}, {"rcv SSL data", false}, {"snd SSL data", false},
 };
-constexpr std::size_t shownOfData = 16;
+constexpr std::size_t kShownOfData = 16;
 
 void checkBlock(const Kind& kind, int number, const std::string& bytes) {
     const std::string line = tracedLine(number, bytes);
@@ -33,7 +33,7 @@ void checkBlock(const Kind& kind, int number, const std::string& bytes) {
     require(trace.has_value(), "the command knows the line", line);
     require(trace->kind == kind.name, "the kind arrives", line);
     require(line.substr(trace->start) == trace->escaped, "the bytes begin where it says");
-    const std::string shown = kind.isWhole ? bytes : bytes.substr(0, shownOfData);
+    const std::string shown = kind.isWhole ? bytes : bytes.substr(0, kShownOfData);
     require(voinet_command::unescapeTrace(trace->escaped) == shown, "the bytes arrive", line);
     require(line.find(" " + std::to_string(bytes.size()) + " ") != std::string::npos,
             "the size arrives", line);
@@ -56,10 +56,10 @@ void checkStrangeLine(const std::string& line) {
 
 void tryInput(const std::string& bytes) {
     Input input(bytes);
-    const auto number = static_cast<int>(input.byte() % (std::size(kinds) + 1));
+    const auto number = static_cast<int>(input.byte() % (std::size(kInds) + 1));
     const std::string block = input.rest();
-    if (number < static_cast<int>(std::size(kinds))) {
-        checkBlock(kinds[number], number, block);
+    if (number < static_cast<int>(std::size(kInds))) {
+        checkBlock(kInds[number], number, block);
     } else {
         require(tracedLine(number, block) ==
                     "Unknown trace: " + std::to_string(number) + " " + std::to_string(block.size()),

@@ -80,7 +80,7 @@ struct Separator {
     }
 };
 
-constexpr int untouched = -77;
+constexpr int kUntouched = -77;
 
 Separator expected(const std::vector<std::string>& separators, const std::string& url,
                    bool fromEnd) {
@@ -91,13 +91,13 @@ Separator expected(const std::vector<std::string>& separators, const std::string
                     static_cast<int>(separator.size())};
         }
     }
-    return {std::string::npos, untouched};
+    return {std::string::npos, kUntouched};
 }
 
 template <class Text, class Find>
 Separator found(Find find, const Text& url, bool bracketAware) {
     Separator separator;
-    separator.length = untouched;
+    separator.length = kUntouched;
     separator.position = find(url, separator.length, bracketAware);
     return separator;
 }

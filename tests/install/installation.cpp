@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 using Names = std::set<std::string>;
 
-constexpr const char* libraryFolder = VOINET_LIBDIR "/";
+constexpr const char* kLibraryFolder = VOINET_LIBDIR "/";
 
 Names inFolder(const std::string& folder, const Names& names) {
     Names paths;
@@ -90,8 +90,8 @@ Names filesMentioning(const fs::path& directory, const std::string& text) {
 }
 
 Names runtimeFiles() {
-    return inFolder(libraryFolder, {"libkvecomn.so.4", "libkvecomn.so." VOINET_VERSION,
-                                    "libvoinet.so.4", "libvoinet.so." VOINET_VERSION});
+    return inFolder(kLibraryFolder, {"libkvecomn.so.4", "libkvecomn.so." VOINET_VERSION,
+                                     "libvoinet.so.4", "libvoinet.so." VOINET_VERSION});
 }
 
 Names headerFiles() {
@@ -123,7 +123,7 @@ Names headerFiles() {
 Names developmentFiles() {
     return joined(
         {headerFiles(),
-         inFolder(libraryFolder, {"libkvecomn.so", "libvoinet.so", "pkgconfig/voinet.pc"}),
+         inFolder(kLibraryFolder, {"libkvecomn.so", "libvoinet.so", "pkgconfig/voinet.pc"}),
          inFolder(VOINET_LIBDIR "/cmake/voinet/",
                   {"voinetConfig.cmake", "voinetConfigVersion.cmake",
                    "voinetTargets-" VOINET_CONFIGURATION ".cmake", "voinetTargets.cmake"})});

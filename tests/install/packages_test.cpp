@@ -29,15 +29,15 @@ std::string revision() {
 }
 
 std::string architecture() {
-    static const std::string name = wordsOf(runChecked({"dpkg", "--print-architecture"})).at(0);
-    return name;
+    static const std::string kName = wordsOf(runChecked({"dpkg", "--print-architecture"})).at(0);
+    return kName;
 }
 
 // A file's line in `dpkg-deb --contents` without size and time: "-rw-r--r-- root/root usr/x".
 std::string expectedEntry(const std::string& file) {
-    static const Names links = {"libkvecomn.so", "libkvecomn.so.4", "libvoinet.so",
-                                "libvoinet.so.4"};
-    if (links.count(fs::path(file).filename()) != 0) {
+    static const Names kLinks = {"libkvecomn.so", "libkvecomn.so.4", "libvoinet.so",
+                                 "libvoinet.so.4"};
+    if (kLinks.count(fs::path(file).filename()) != 0) {
         const std::string target =
             fs::path(file).extension() == ".so" ? ".so.4" : ".so." VOINET_VERSION;
         std::string name = fs::path(file).filename();

@@ -64,7 +64,7 @@ constexpr std::size_t endOf(const Fields& fields) {
 
 #define FIELD(type, name) fieldAt<type, decltype(CProxyParams::name)>(offsetof(CProxyParams, name))
 
-constexpr std::array proxyFields{
+constexpr std::array kProxyFields{
     FIELD(std::int32_t, m_nReserved1),
     FIELD(std::wstring, m_strProxyHost),
     FIELD(int, m_nHttpProxyPort),
@@ -95,9 +95,9 @@ constexpr std::array proxyFields{
 
 static_assert(std::is_aggregate_v<CProxyParams>);
 static_assert(std::is_standard_layout_v<CProxyParams>);
-static_assert(proxyFields.size() == 24);
-static_assert(firstMoved(proxyFields, 0) == proxyFields.size());
-static_assert(sizeof(CProxyParams) == alignedTo(alignof(CProxyParams), endOf(proxyFields)));
+static_assert(kProxyFields.size() == 24);
+static_assert(firstMoved(kProxyFields, 0) == kProxyFields.size());
+static_assert(sizeof(CProxyParams) == alignedTo(alignof(CProxyParams), endOf(kProxyFields)));
 
 /// A member of an object that is no standard-layout class, by its address.
 template <class Agreed, class Declared>

@@ -9,7 +9,7 @@ namespace voinettest {
 namespace {
 
 // Every character that some encoding, shell, log or protocol treats in its own way.
-constexpr const char* specialCharacters = "@%:/\\ '\"`?#&+=<>$;|`0x0d*\xc3\xa4\xe2\x82\xac";
+constexpr const char* kSpecialCharacters = "@%:/\\ '\"`?#&+=<>$;|`0x0d*\xc3\xa4\xe2\x82\xac";
 
 /// The parts of a base64 text that do not depend on what stands before and behind the bytes.
 std::vector<std::string> base64Parts(const std::string& bytes) {
@@ -26,7 +26,7 @@ std::vector<std::string> base64Parts(const std::string& bytes) {
 }  // namespace
 
 std::string base64(const std::string& bytes) {
-    static const std::string digits =
+    static const std::string kDigits =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
     for (std::size_t at = 0; at < bytes.size(); at += 3) {
@@ -35,7 +35,7 @@ std::string base64(const std::string& bytes) {
             group = group << 8U | (i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0U);
         }
         for (unsigned i = 0; i < 4; ++i) {
-            text += at + i <= bytes.size() ? digits[group >> (18 - 6 * i) & 63U] : '=';
+            text += at + i <= bytes.size() ? kDigits[group >> (18 - 6 * i) & 63U] : '=';
         }
     }
     return text;
@@ -44,7 +44,7 @@ std::string base64(const std::string& bytes) {
 PeculiarSecret::PeculiarSecret(const std::string& mark, std::string user)
     : head_("Zq7" + mark + "vX"),
       tail_("Wk3" + mark + "jQ"),
-      text_(head_ + specialCharacters + tail_),
+      text_(head_ + kSpecialCharacters + tail_),
       user_(std::move(user)),
       searched_{head_, tail_} {
     for (const std::string& end : {head_, tail_}) {
@@ -65,9 +65,9 @@ std::string PeculiarSecret::foundIn(const std::string& text) const {
     for (const std::string& part : searched_) {
         const auto at = text.find(part);
         if (at != std::string::npos) {
-            constexpr std::size_t around = 80;
-            const std::size_t begin = at < around ? 0 : at - around;
-            return part + " in: " + text.substr(begin, at - begin + part.size() + around);
+            constexpr std::size_t kAround = 80;
+            const std::size_t begin = at < kAround ? 0 : at - kAround;
+            return part + " in: " + text.substr(begin, at - begin + part.size() + kAround);
         }
     }
     return {};

@@ -140,7 +140,7 @@ TEST_F(VoinetFtp, Get_ResumeOfAnotherFile_StartsOver) {
 }
 
 TEST_F(VoinetFtp, Get_ThroughAProxy_WarnsUnlessTheDigestIsKnown) {
-    constexpr const char* digestOfAbc =
+    constexpr const char* kDigestOfAbc =
         "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
     const ScriptedServer proxy("HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabc");
     const Words through = {"--protocol", "ftp", "--proxy", address(proxy.port())};
@@ -153,7 +153,7 @@ TEST_F(VoinetFtp, Get_ThroughAProxy_WarnsUnlessTheDigestIsKnown) {
 
     const auto warned = run(getWith({}));
     const auto json = run(getWith({"--json"}));
-    const auto sure = run(getWith({"--sha256", digestOfAbc}));
+    const auto sure = run(getWith({"--sha256", kDigestOfAbc}));
 
     EXPECT_EQ(warned.status, statusOk) << warned.standardError;
     EXPECT_EQ(downloads.read("a.bin"), "abc");

@@ -16,9 +16,9 @@ using testing::IsEmpty;
 using testing::Not;
 
 // Of "abc".
-constexpr const char* digestOfAbc =
+constexpr const char* kDigestOfAbc =
     "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-constexpr const char* slow = "64K";
+constexpr const char* kSlow = "64K";
 
 class VoinetCommand : public CommandSite {};
 
@@ -56,11 +56,11 @@ TEST_F(VoinetCommand, Get_Digest_DecidesWhetherTheFileLands) {
 
     const auto wrong = run(get(server.port(), "abc", {"--sha256", std::string(64, '0')}));
     EXPECT_EQ(wrong.status, statusIntegrity);
-    EXPECT_THAT(wrong.standardError, HasSubstr(digestOfAbc));
+    EXPECT_THAT(wrong.standardError, HasSubstr(kDigestOfAbc));
     EXPECT_EQ(downloads.read("a.bin"), "old");
     EXPECT_THAT(landed(), ElementsAre("a.bin"));
 
-    EXPECT_EQ(run(get(server.port(), "abc", {"--sha256", digestOfAbc})).status, statusOk);
+    EXPECT_EQ(run(get(server.port(), "abc", {"--sha256", kDigestOfAbc})).status, statusOk);
     EXPECT_EQ(downloads.read("a.bin"), "abc");
 }
 
@@ -201,7 +201,7 @@ TEST_F(VoinetCommand, Get_StoppedBySignal_IsResumedWithOnlyTheRest) {
         downloads.write("a.bin", "old");
         {
             const DevelopmentServer server(VOINET_SERVER_PROGRAM, repository.path().string(),
-                                           {"--rate", slow});
+                                           {"--rate", kSlow});
             runAndStop(get(server.port(), "a.bin", {"--json"}), signal);
         }
         EXPECT_EQ(downloads.read("a.bin"), "old");
@@ -285,7 +285,7 @@ TEST_F(VoinetCommand, Get_ReplacementByTheLibraryFails_IsALocalFailure) {
     repository.write("a.bin", pattern(200'000));
     downloads.write("a.bin", "old");
     const DevelopmentServer server(VOINET_SERVER_PROGRAM, repository.path().string(),
-                                   {"--rate", slow});
+                                   {"--rate", kSlow});
     Process process(makeCommand(get(server.port(), "a.bin", {"--json"})));
     awaitProgress(process);
     std::filesystem::create_directory(local("a.bin.part"));
@@ -315,7 +315,7 @@ TEST_F(VoinetCommand, Get_UnusableLocalNames_AreTold) {
 TEST_F(VoinetCommand, Get_SecondDownloadOfTheSameFile_IsRefusedWhileTheFirstGoesOn) {
     repository.write("a.bin", pattern(4'000'000));
     const DevelopmentServer server(VOINET_SERVER_PROGRAM, repository.path().string(),
-                                   {"--rate", slow});
+                                   {"--rate", kSlow});
     Process first(makeCommand(get(server.port(), "a.bin", {"--json"})));
     awaitProgress(first);
 
@@ -333,7 +333,7 @@ TEST_F(VoinetCommand, Get_Json_IsOneObjectPerLineAndNothingElse) {
     const DevelopmentServer server(VOINET_SERVER_PROGRAM, repository.path().string());
 
     const auto good = run(
-        get(server.port(), "a.bin", {"--json", "--log-level", "info", "--sha256", digestOfAbc}));
+        get(server.port(), "a.bin", {"--json", "--log-level", "info", "--sha256", kDigestOfAbc}));
     const auto bad = run(get(server.port(), "none", {"--json"}));
 
     EXPECT_THAT(good.standardError, IsEmpty());
@@ -345,7 +345,7 @@ TEST_F(VoinetCommand, Get_Json_IsOneObjectPerLineAndNothingElse) {
     }
     EXPECT_THAT(kinds, ElementsAre("attempt", "log", "progress", "result", "start"));
     EXPECT_EQ(lastOf(good.standardOutput).at("event"), "result");
-    EXPECT_EQ(lastOf(good.standardOutput).at("sha256"), digestOfAbc);
+    EXPECT_EQ(lastOf(good.standardOutput).at("sha256"), kDigestOfAbc);
     EXPECT_EQ(lastOf(good.standardOutput).at("bytes"), 3);
     const Json failure = lastOf(bad.standardOutput);
     EXPECT_EQ(events(bad.standardOutput).front().at("event"), "start");

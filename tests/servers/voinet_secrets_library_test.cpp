@@ -38,7 +38,7 @@ struct Answer {
     const char* bytes;
 };
 
-constexpr Answer answers[] = {
+constexpr Answer kAnswers[] = {
     {"served", "HTTP/1.1 200 OK\r\nContent-Length: 3\r\nConnection: close\r\n\r\nabc"},
     {"cut", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\nConnection: close\r\n\r\nabc"},
     {"refused basic",
@@ -131,7 +131,7 @@ class LibraryLog : public testing::Test {
 }  // namespace
 
 TEST_F(LibraryLog, HttpDownload_HoldsNoSecretWhateverTheServerAnswers) {
-    for (const Answer& answer : answers) {
+    for (const Answer& answer : kAnswers) {
         const ScriptedServer server(answer.bytes);
         const auto transfer = makeTransfer(voInet::voInetProtocolHttp, server.port());
 
@@ -145,7 +145,7 @@ TEST_F(LibraryLog, HttpDownload_HoldsNoSecretWhateverTheServerAnswers) {
 }
 
 TEST_F(LibraryLog, HttpDownloadThroughProxies_HoldsNoSecretWhateverTheyAnswer) {
-    for (const Answer& answer : answers) {
+    for (const Answer& answer : kAnswers) {
         for (const bool hasAlternate : {false, true}) {
             const ScriptedServer proxy(answer.bytes);
             const ClosedPort origin;
@@ -167,7 +167,7 @@ TEST_F(LibraryLog, HttpDownloadFromNowhereOrStopped_HoldsNoSecret) {
     const ClosedPort closed;
     detailOf(*makeTransfer(voInet::voInetProtocolHttp, closed.port()), "nobody there");
 
-    const ScriptedServer server(answers[0].bytes);
+    const ScriptedServer server(kAnswers[0].bytes);
     wire::RecordingSink sink;
     sink.stopAt(1);
     detailOf(*makeTransfer(voInet::voInetProtocolHttp, server.port()), "stopped", &sink);
@@ -198,7 +198,7 @@ TEST_F(LibraryLog, FtpDownload_HoldsNoSecretWhateverTheServerAnswers) {
 }
 
 TEST_F(LibraryLog, FtpDownloadThroughProxies_HoldsNoSecretWhateverTheyAnswer) {
-    for (const Answer& answer : answers) {
+    for (const Answer& answer : kAnswers) {
         for (const bool hasAlternate : {false, true}) {
             const ScriptedServer proxy(answer.bytes);
             const ClosedPort origin;
@@ -224,7 +224,7 @@ TEST_F(LibraryLog, Exchange_HoldsNoSecretWhateverTheServerAnswers) {
         transfer->UploadFileResponse(voInet::utf8_to_unicode(request), L"/agent",
                                      voInet::utf8_to_unicode(directory.path("response")), nullptr);
     };
-    for (const Answer& answer : answers) {
+    for (const Answer& answer : kAnswers) {
         for (const bool isSecure : {false, true}) {
             const ScriptedServer server(answer.bytes);
             const wire::LogCapture log;
@@ -277,7 +277,7 @@ TEST_F(LibraryLog, Dump_HoldsThePasswordsAtDetailLevelOnly) {
 // What a host writes into a name itself is a part of the name.
 TEST_F(LibraryLog, CredentialsInAHostsName_AreShownAtInformationLevel) {
     const PeculiarSecret inName("name");
-    const ScriptedServer server(answers[0].bytes);
+    const ScriptedServer server(kAnswers[0].bytes);
     const wire::TransferPtr transfer = wire::makeTransfer(voInet::voInetProtocolHttp);
     transfer->SetOption(voInet::voInetOptionSite, std::wstring(L"default"));
     transfer->SetOption(voInet::voInetOptionHostNetBios,

@@ -26,7 +26,7 @@ using ::testing::MatchesRegex;
 using ::testing::Optional;
 using ::testing::UnorderedElementsAre;
 
-constexpr const char* package = "a package of an agent";
+constexpr const char* kPackage = "a package of an agent";
 
 /// A site with directories for answers and for requests.
 class ExchangeSite : public Site {
@@ -62,7 +62,7 @@ RawReply sendAndRead(const DevelopmentServer& server, const std::string& request
     return connection.readReply();
 }
 
-RawReply post(const DevelopmentServer& server, const std::string& body = package) {
+RawReply post(const DevelopmentServer& server, const std::string& body = kPackage) {
     return sendAndRead(server, agentRequest(body));
 }
 
@@ -75,7 +75,7 @@ std::vector<int> statusesOfPosts(const DevelopmentServer& server, std::size_t co
     return statuses;
 }
 
-std::vector<std::string> headersWithLength(const std::string& body = package) {
+std::vector<std::string> headersWithLength(const std::string& body = kPackage) {
     std::vector<std::string> headers = agentHeaders();
     headers.push_back("Content-Length: " + std::to_string(body.size()));
     return headers;
@@ -108,7 +108,7 @@ TEST(ServerExchangeRules, RequestOfAnAgent_IsTaken) {
     const DevelopmentServer server = site.start();
 
     EXPECT_EQ(post(server).status, 202);
-    EXPECT_EQ(site.stored("000001.bin"), package);
+    EXPECT_EQ(site.stored("000001.bin"), kPackage);
 }
 
 TEST(ServerExchangeRules, HarmlessVariation_IsTaken) {
@@ -127,9 +127,9 @@ TEST(ServerExchangeRules, HarmlessVariation_IsTaken) {
         changed("Content-Length", "Content-Length: 000021"),
         {inOrder.rbegin(), inOrder.rend()},
     };
-    ASSERT_EQ(std::string(package).size(), 21U);
+    ASSERT_EQ(std::string(kPackage).size(), 21U);
     for (const auto& headers : variations) {
-        EXPECT_EQ(sendAndRead(server, postHead("/exchange", headers) + package).status, 202)
+        EXPECT_EQ(sendAndRead(server, postHead("/exchange", headers) + kPackage).status, 202)
             << headers.back();
     }
 }
@@ -176,7 +176,7 @@ TEST(ServerExchangeRules, WrongHeader_IsRefusedByNameAndWithoutEffect) {
     const DevelopmentServer server = site.start({"--exchange-status", "503,404"});
     for (const auto& [headers, reason] : wrongHeaders()) {
         SCOPED_TRACE(postHead("", headers));
-        expectRefused(sendAndRead(server, postHead("/exchange", headers) + package), reason);
+        expectRefused(sendAndRead(server, postHead("/exchange", headers) + kPackage), reason);
     }
     EXPECT_THAT(site.storedNames(), IsEmpty());
     EXPECT_THAT(statusesOfPosts(server, 2), ElementsAre(503, 404));
@@ -193,7 +193,7 @@ TEST(ServerExchangeRules, RefusedBody_DoesNotDisturbTheConnection) {
         postHead("/exchange", changed("Content-Length", "Transfer-Encoding: chunked")) +
             "5\r\nhello\r\n0\r\n\r\n",
         // As a client that announces a length and sends chunks all the same.
-        postHead("/exchange", changed("", "Transfer-Encoding: chunked")) + "15\r\n" + package +
+        postHead("/exchange", changed("", "Transfer-Encoding: chunked")) + "15\r\n" + kPackage +
             "\r\n0\r\n\r\n",
     };
     for (const std::string& request : requests) {
@@ -228,7 +228,7 @@ TEST(ServerExchangeRules, WrongLength_IsRefused) {
         expectRefused(
             sendAndRead(server, postHead("/exchange",
                                          changed("Content-Length", "Content-Length: " + length)) +
-                                    package),
+                                    kPackage),
             "'Content-Length'");
     }
     EXPECT_THAT(site.storedNames(), IsEmpty());
@@ -250,7 +250,7 @@ TEST(ServerExchangeRules, UnclearFraming_ClosesTheConnection) {
     for (const auto& [headers, reason] : cases) {
         SCOPED_TRACE(postHead("", headers));
         RawConnection connection(server.port());
-        connection.send(postHead("/exchange", headers) + package);
+        connection.send(postHead("/exchange", headers) + kPackage);
         const RawReply reply = connection.readReply();
         expectRefused(reply, reason);
         EXPECT_THAT(reply.header("Connection"), Optional(std::string("close")));
@@ -308,10 +308,10 @@ TEST(ServerExchangeRules, BytesBehindTheBody_AreNotPartOfIt) {
     const ExchangeSite site;
     const DevelopmentServer server = site.start();
     RawConnection connection(server.port());
-    connection.send(agentRequest(package) + "too much\r\n\r\n");
+    connection.send(agentRequest(kPackage) + "too much\r\n\r\n");
 
     EXPECT_EQ(connection.readReply().status, 202);
-    EXPECT_EQ(site.stored("000001.bin"), package);
+    EXPECT_EQ(site.stored("000001.bin"), kPackage);
 }
 
 TEST(ServerExchangeRules, MalformedRange_IsRefused) {
@@ -319,7 +319,7 @@ TEST(ServerExchangeRules, MalformedRange_IsRefused) {
     const DevelopmentServer server = site.start();
 
     RawConnection connection(server.port());
-    connection.send(agentRequest(package, "/exchange", {"Range: nonsense"}));
+    connection.send(agentRequest(kPackage, "/exchange", {"Range: nonsense"}));
 
     EXPECT_EQ(connection.readReply().status, 400);
     EXPECT_TRUE(connection.readsEnd());
@@ -331,11 +331,11 @@ TEST(ServerExchangePath, OtherPathsAndMethods_AreNoExchange) {
     const ExchangeSite site;
     const DevelopmentServer server = serve(site, {"--exchange", "/a.b+(c)/d"});
 
-    EXPECT_EQ(sendAndRead(server, agentRequest(package, "/a.b+(c)/d")).status, 202);
-    EXPECT_EQ(sendAndRead(server, agentRequest(package, "/a%2Eb+(c)/d?query")).status, 202);
+    EXPECT_EQ(sendAndRead(server, agentRequest(kPackage, "/a.b+(c)/d")).status, 202);
+    EXPECT_EQ(sendAndRead(server, agentRequest(kPackage, "/a%2Eb+(c)/d?query")).status, 202);
     for (const std::string path :
          {"/", "/exchange", "/aXb+(c)/d", "/a.b+(c)/d/", "/a.b+(c)/dd", "/x/a.b+(c)/d"}) {
-        EXPECT_EQ(sendAndRead(server, agentRequest(package, path)).status, 405) << path;
+        EXPECT_EQ(sendAndRead(server, agentRequest(kPackage, path)).status, 405) << path;
     }
     EXPECT_EQ(get(server, "/a.b+(c)/d").status, 404);
     EXPECT_EQ(exchange(server.port(), "PUT", "/a.b+(c)/d").status, 405);
@@ -346,7 +346,7 @@ TEST(ServerExchangePath, NoExchange_PostIsRefused) {
     const Site site;
     const DevelopmentServer server = serve(site);
 
-    EXPECT_EQ(sendAndRead(server, agentRequest(package)).status, 405);
+    EXPECT_EQ(sendAndRead(server, agentRequest(kPackage)).status, 405);
 }
 
 // --- Statuses ------------------------------------------------------------------------------------
@@ -391,7 +391,7 @@ TEST(ServerExchangeStatus, EveryNumber_IsAnsweredWithItsFraming) {
         if (status % 50 == 0) {
             connection.emplace(server.port());
         }
-        connection->send(agentRequest(package));
+        connection->send(agentRequest(kPackage));
         const RawReply reply = connection->readReply();
         EXPECT_EQ(reply.status, status);
         EXPECT_TRUE(reply.complete) << status;
@@ -522,7 +522,7 @@ TEST(ServerExchangeRequests, RequestThatCannotBeStored_IsTheServersOwnFailure) {
     DevelopmentServer server = site.start({"--exchange-status", "503"});
     fs::remove_all(site.requests());
     RawConnection connection(server.port());
-    connection.send(agentRequest(package));
+    connection.send(agentRequest(kPackage));
 
     EXPECT_EQ(connection.readReply().status, 500);
     EXPECT_TRUE(connection.readsEnd());
@@ -533,18 +533,18 @@ TEST(ServerExchangeRequests, RequestThatCannotBeStored_IsTheServersOwnFailure) {
 }
 
 TEST(ServerExchangeRequests, AgentsAtTheSameTime_AreKeptApart) {
-    constexpr std::size_t agentCount = 8;
+    constexpr std::size_t kAgentCount = 8;
     const ExchangeSite site;
     std::multiset<std::string> sent;
     std::multiset<std::string> answers;
-    for (std::size_t i = 0; i < agentCount; ++i) {
+    for (std::size_t i = 0; i < kAgentCount; ++i) {
         answers.insert(std::to_string(i) + fileData());
         sent.insert(std::to_string(i) + positionDependent(300'000));
         site.addAnswer(std::to_string(i), std::to_string(i) + fileData());
     }
     const DevelopmentServer server = site.start();
     std::vector<std::future<RawReply>> replies;
-    replies.reserve(agentCount);
+    replies.reserve(kAgentCount);
     for (const std::string& body : sent) {
         replies.push_back(std::async(std::launch::async, [&] { return post(server, body); }));
     }
@@ -574,19 +574,19 @@ std::size_t peakMemory(pid_t process) {
 }
 
 TEST(ServerExchangeRequests, LargeBody_IsNotHeldInMemory) {
-    constexpr std::size_t pieceSize = 1 << 20;
-    constexpr std::size_t pieceCount = 256;
+    constexpr std::size_t kPieceSize = 1 << 20;
+    constexpr std::size_t kPieceCount = 256;
     const Site site;
     DevelopmentServer server = serve(site, {"--exchange", "/exchange"});
     post(server);
     const std::size_t before = peakMemory(server.process().id());
     ASSERT_GT(before, 0U);
     std::vector<std::string> headers = agentHeaders();
-    headers.push_back("Content-Length: " + std::to_string(pieceSize * pieceCount));
+    headers.push_back("Content-Length: " + std::to_string(kPieceSize * kPieceCount));
     RawConnection connection(server.port());
     connection.send(postHead("/exchange", headers));
-    const std::string piece(pieceSize, 'x');
-    for (std::size_t i = 0; i < pieceCount; ++i) {
+    const std::string piece(kPieceSize, 'x');
+    for (std::size_t i = 0; i < kPieceCount; ++i) {
         connection.send(piece);
     }
 
@@ -603,7 +603,7 @@ TEST(ServerExchangeFaults, Cut_BreaksAnswersOff) {
     const DevelopmentServer server = site.start({"--cut", "/exchange=10", "--cut", "500"});
     for (int i = 0; i < 2; ++i) {
         RawConnection connection(server.port());
-        connection.send(agentRequest(package));
+        connection.send(agentRequest(kPackage));
         const RawReply reply = connection.readReply();
         EXPECT_EQ(reply.header("Content-Length"), "1000");
         EXPECT_EQ(reply.body, fileData().substr(0, 10));
@@ -616,7 +616,7 @@ TEST(ServerExchangeFaults, Rate_SlowsAnswersDown) {
     site.addAnswer("1", fileData());
     DevelopmentServer server = site.start({"--rate", "10"});
     RawConnection connection(server.port());
-    connection.send(agentRequest(package));
+    connection.send(agentRequest(kPackage));
     connection.readHead();
 
     EXPECT_EQ(connection.readBytes(2), fileData().substr(0, 2));
@@ -643,8 +643,8 @@ TEST(ServerExchangeFaults, AccessLog_HasItsLines) {
         std::string line;
     };
     const std::vector<Case> cases = {
-        {agentRequest(package), "POST /exchange - 200 1000"},
-        {agentRequest(package), "POST /exchange - 202 0"},
+        {agentRequest(kPackage), "POST /exchange - 200 1000"},
+        {agentRequest(kPackage), "POST /exchange - 202 0"},
         {postHead("/exchange", {}), "POST /exchange - 400 [0-9]+"},
     };
     for (const Case& test : cases) {

@@ -23,7 +23,7 @@ using ::testing::StartsWith;
 // --- Authentication ------------------------------------------------------------------------------
 
 // user:pass:word
-constexpr const char* rightToken = "dXNlcjpwYXNzOndvcmQ=";
+constexpr const char* kRightToken = "dXNlcjpwYXNzOndvcmQ=";
 
 TEST(ServerAuthentication, Credentials_AreDemanded) {
     const Site site;
@@ -52,7 +52,7 @@ TEST(ServerAuthentication, Credentials_AreDemanded) {
     }
     EXPECT_EQ(head(server, "/SiteStat.xml").status, 401);
     for (const std::string scheme : {"Basic ", "basic ", "BASIC "}) {
-        EXPECT_EQ(get(server, "/file.bin", {"Authorization: " + scheme + rightToken}).body,
+        EXPECT_EQ(get(server, "/file.bin", {"Authorization: " + scheme + kRightToken}).body,
                   fileData());
     }
 }
@@ -62,7 +62,7 @@ TEST(ServerAuthentication, PasswordFromTheEnvironment_YieldsToTheFile) {
     const std::string file = site.writeOutside("password", "other\n");
     const std::map<std::string, std::string> environment = {
         {"VOINET_SERVER_PASSWORD", "pass:word"}};
-    const std::string header = std::string("Authorization: Basic ") + rightToken;
+    const std::string header = std::string("Authorization: Basic ") + kRightToken;
 
     const DevelopmentServer fromEnvironment = serve(site, {"--user", "user"}, environment);
     EXPECT_EQ(get(fromEnvironment, "/file.bin", {header}).status, 200);
@@ -166,7 +166,7 @@ TEST(ServerStatus, UnauthenticatedRequest_DoesNotAdvance) {
     const std::string password = site.writeOutside("password", "pass:word");
     const DevelopmentServer server = serve(
         site, {"--user", "user", "--password-file", password, "--status", "/file.bin=503,file"});
-    const std::string header = std::string("Authorization: Basic ") + rightToken;
+    const std::string header = std::string("Authorization: Basic ") + kRightToken;
 
     EXPECT_EQ(get(server, "/file.bin").status, 401);
     EXPECT_EQ(get(server, "/file.bin", {header}).status, 503);
@@ -256,9 +256,9 @@ std::chrono::steady_clock::duration timeToGet(const DevelopmentServer& server,
 
 TEST(ServerRate, Download_TakesItsTime) {
     using std::chrono::milliseconds;
-    constexpr std::size_t longSize = 102'400;
+    constexpr std::size_t kLongSize = 102'400;
     const Site site;
-    site.write("long.bin", positionDependent(longSize));
+    site.write("long.bin", positionDependent(kLongSize));
     struct Case {
         std::string rate;
         std::string target;
@@ -269,8 +269,8 @@ TEST(ServerRate, Download_TakesItsTime) {
     const std::vector<Case> cases = {
         {"5000", "/file.bin", 1000, milliseconds(150)},
         {"5K", "/file.bin", 1000, milliseconds(140)},
-        {"500k", "/long.bin", longSize, milliseconds(150)},
-        {"1M", "/long.bin", longSize, milliseconds(45)},
+        {"500k", "/long.bin", kLongSize, milliseconds(150)},
+        {"1M", "/long.bin", kLongSize, milliseconds(45)},
     };
     for (const Case& test : cases) {
         const DevelopmentServer server = serve(site, {"--rate", test.rate});
@@ -292,7 +292,7 @@ TEST(ServerRate, FirstBytes_ComeLongBeforeTheLast) {
 
 // --- Access log ----------------------------------------------------------------------------------
 
-constexpr const char* timePattern =
+constexpr const char* kTimePattern =
     "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}[.][0-9]{3}Z ";
 
 // Over one connection. Lines are written after the reply, but before the connection is closed.
@@ -331,7 +331,7 @@ TEST(ServerAccessLog, EveryRequest_HasItsLineAtOnce) {
     for (const Case& test : cases) {
         RawConnection connection(server.port());
         connection.send(test.request);
-        EXPECT_THAT(server.process().readLine(), Optional(MatchesRegex(timePattern + test.line)));
+        EXPECT_THAT(server.process().readLine(), Optional(MatchesRegex(kTimePattern + test.line)));
     }
 }
 
@@ -343,8 +343,8 @@ TEST(ServerAccessLog, File_IsAppendedTo) {
     server.process().stop();
 
     EXPECT_THAT(site.readOutside("access.log"),
-                MatchesRegex(std::string("before\n") + timePattern + "GET /file.bin - 200 1000\n" +
-                             timePattern + "GET /missing - 404 [0-9]+\n"));
+                MatchesRegex(std::string("before\n") + kTimePattern + "GET /file.bin - 200 1000\n" +
+                             kTimePattern + "GET /missing - 404 [0-9]+\n"));
     EXPECT_EQ(server.process().standardOutput(), server.listeningLine() + '\n');
 }
 

@@ -106,12 +106,12 @@ TEST(ServerFiles, AcceptedEncodings_LeaveTheBytesAsTheyAre) {
 
 TEST(ServerFiles, FiveGibibytes_HaveTheirLengthAndTheirEnd) {
     const Site site;
-    constexpr std::uintmax_t size = std::uintmax_t{5} << 30U;
+    constexpr std::uintmax_t kSize = std::uintmax_t{5} << 30U;
     const std::string file = site.write("huge.bin", "");
-    fs::resize_file(file, size);
+    fs::resize_file(file, kSize);
     const Descriptor opened(::open(file.c_str(), O_WRONLY | O_CLOEXEC));
     ASSERT_EQ(::pwrite(opened.get(), "beyond 4 GiB", 12, (off_t{4} << 30U) + 5), 12);
-    ASSERT_EQ(::pwrite(opened.get(), "end", 3, static_cast<off_t>(size) - 3), 3);
+    ASSERT_EQ(::pwrite(opened.get(), "end", 3, static_cast<off_t>(kSize) - 3), 3);
     const DevelopmentServer server = serve(site);
 
     EXPECT_THAT(head(server, "/huge.bin").header("Content-Length"),
@@ -146,9 +146,9 @@ TEST(ServerFiles, ManySlowReplies_LeaveRoomForAnother) {
     const Site site;
     const DevelopmentServer server = serve(site, {"--rate", "1"});
     std::vector<RawConnection> connections;
-    constexpr std::size_t count = 16;
-    connections.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) {
+    constexpr std::size_t kCount = 16;
+    connections.reserve(kCount);
+    for (std::size_t i = 0; i < kCount; ++i) {
         connections.emplace_back(server.port());
         connections.back().send(rawRequest("GET", "/file.bin"));
         ASSERT_EQ(connections.back().readHead().status, 200);
@@ -166,7 +166,7 @@ struct RangeCase {
     std::size_t length;
 };
 
-constexpr RangeCase rangeCases[] = {
+constexpr RangeCase kRangeCases[] = {
     {"bytes=0-0", 206, 0, 1},
     {"bytes=0-999", 206, 0, 1000},
     {"bytes=0-1000", 206, 0, 1000},
@@ -216,7 +216,7 @@ constexpr RangeCase rangeCases[] = {
 TEST(ServerRanges, EveryForm_IsAnsweredAsItShould) {
     const Site site;
     const DevelopmentServer server = serve(site);
-    for (const RangeCase& test : rangeCases) {
+    for (const RangeCase& test : kRangeCases) {
         SCOPED_TRACE(test.range);
 
         const RawReply reply = get(server, "/file.bin", {std::string("Range: ") + test.range});
@@ -252,7 +252,7 @@ TEST(ServerRanges, EmptyFile_HasNoneThatFits) {
 TEST(ServerRanges, Head_HasNoRanges) {
     const Site site;
     const DevelopmentServer server = serve(site);
-    for (const RangeCase& test : rangeCases) {
+    for (const RangeCase& test : kRangeCases) {
         const RawReply reply = head(server, "/file.bin", {std::string("Range: ") + test.range});
         EXPECT_EQ(reply.status, 200) << test.range;
         EXPECT_THAT(reply.header("Content-Length"), Optional(std::string("1000"))) << test.range;
@@ -262,7 +262,7 @@ TEST(ServerRanges, Head_HasNoRanges) {
 TEST(ServerRanges, IgnoreRanges_SendsTheWholeFileForEveryForm) {
     const Site site;
     const DevelopmentServer server = serve(site, {"--ignore-ranges"});
-    for (const RangeCase& test : rangeCases) {
+    for (const RangeCase& test : kRangeCases) {
         const RawReply reply = get(server, "/file.bin", {std::string("Range: ") + test.range});
         EXPECT_EQ(reply.status, 200) << test.range;
         EXPECT_EQ(reply.body, fileData()) << test.range;
@@ -400,7 +400,7 @@ TEST(ServerRefusals, PathsThatLeadOut_ServeNothing) {
         const RawReply reply = get(server, path);
         EXPECT_EQ(reply.status, status);
         EXPECT_TRUE(isOneLine(reply.body)) << reply.body;
-        EXPECT_THAT(reply.body, Not(HasSubstr(Site::secret)));
+        EXPECT_THAT(reply.body, Not(HasSubstr(Site::kSecret)));
         EXPECT_THAT(reply.body, Not(HasSubstr(site.outside().string())));
     }
     EXPECT_EQ(get(server, "/folder/root/file.bin").body, fileData());
@@ -408,7 +408,7 @@ TEST(ServerRefusals, PathsThatLeadOut_ServeNothing) {
 
 TEST(ServerRefusals, SiblingWithTheSamePrefix_IsOutside) {
     const Site site;
-    site.writeOutside("repository-private/file.bin", Site::secret);
+    site.writeOutside("repository-private/file.bin", Site::kSecret);
     fs::create_symlink("../repository-private", site.root() / "private");
     const DevelopmentServer server = serve(site);
 
@@ -420,7 +420,7 @@ TEST(ServerRefusals, LinksThatStayInside_AreFollowed) {
     fs::create_symlink("file.bin", site.root() / "relative.bin");
     fs::create_symlink(fs::canonical(site.root()) / "file.bin", site.root() / "absolute.bin");
     fs::create_directory_symlink(site.root(), site.outside() / "link-to-repository");
-    const DevelopmentServer server(program, (site.outside() / "link-to-repository").string());
+    const DevelopmentServer server(kProgram, (site.outside() / "link-to-repository").string());
 
     EXPECT_EQ(get(server, "/relative.bin").body, fileData());
     EXPECT_EQ(get(server, "/absolute.bin").body, fileData());

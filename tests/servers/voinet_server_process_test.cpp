@@ -28,7 +28,7 @@ using ::testing::UnorderedElementsAre;
 
 ProcessResult run(const std::vector<std::string>& arguments,
                   const std::map<std::string, std::string>& environment = {}) {
-    Command command{{program}, environment};
+    Command command{{kProgram}, environment};
     command.words.insert(command.words.end(), arguments.begin(), arguments.end());
     return runToEnd(command);
 }
@@ -81,7 +81,7 @@ TEST(ServerStart, PortFile_AppearsCompleteAndGoesWithTheServer) {
 TEST(ServerStart, Quiet_PrintsNothingAndServes) {
     const Site site;
     const RenameWatch watch(site.outside());
-    Process process({{program, "--quiet", "--port", "0", "--port-file",
+    Process process({{kProgram, "--quiet", "--port", "0", "--port-file",
                       (site.outside() / "port.txt").string(), site.root().string()}});
     ASSERT_EQ(watch.nextName(), "port.txt");
     const auto port = static_cast<std::uint16_t>(std::stoi(site.readOutside("port.txt")));
@@ -114,8 +114,8 @@ TEST(ServerStart, AddressBeyondLoopback_IsWarnedOfEvenWhenQuiet) {
     }
     const std::string portFile = (site.outside() / "port.txt").string();
     const RenameWatch watch(site.outside());
-    Process quiet({{program, "--quiet", "--bind", "0.0.0.0", "--port", "0", "--port-file", portFile,
-                    site.root().string()}});
+    Process quiet({{kProgram, "--quiet", "--bind", "0.0.0.0", "--port", "0", "--port-file",
+                    portFile, site.root().string()}});
     watch.nextName();
     quiet.stop();
     EXPECT_THAT(quiet.standardError(), HasSubstr("warning"));

@@ -90,17 +90,17 @@ TEST(ServerTls, Certificate_IsForThisServerAlone) {
 }
 
 TEST(ServerTls, Certificate_IsValidFromYesterdayForAYear) {
-    constexpr std::time_t hour = 3600;
-    constexpr std::time_t day = 24 * hour;
+    constexpr std::time_t kHour = 3600;
+    constexpr std::time_t kDay = 24 * kHour;
     const TlsSite site;
     const DevelopmentServer server = site.start();
     const ServerCertificate certificate = TlsConnection(server.port(), site.caFile()).certificate();
     const std::time_t now = std::time(nullptr);
 
-    EXPECT_LT(certificate.validFrom, now - day + hour);
-    EXPECT_GT(certificate.validFrom, now - day - hour);
-    EXPECT_GT(certificate.validTo, now + 365 * day - hour);
-    EXPECT_LT(certificate.validTo, now + 365 * day + hour);
+    EXPECT_LT(certificate.validFrom, now - kDay + kHour);
+    EXPECT_GT(certificate.validFrom, now - kDay - kHour);
+    EXPECT_GT(certificate.validTo, now + 365 * kDay - kHour);
+    EXPECT_LT(certificate.validTo, now + 365 * kDay + kHour);
 }
 
 TEST(ServerTls, Ipv6Loopback_IsServed) {
@@ -202,7 +202,7 @@ TEST(ServerTls, TlsPortInUse_IsSaidAndLeavesTheCaFile) {
     const std::string ca = site.readOutside("tls/ca.pem");
 
     const ProcessResult second =
-        runToEnd({{program, "--port", "0", "--tls", site.directory(), "--tls-port",
+        runToEnd({{kProgram, "--port", "0", "--tls", site.directory(), "--tls-port",
                    std::to_string(first.port()), site.root().string()}});
 
     EXPECT_EQ(second.status, 1);

@@ -76,12 +76,12 @@ std::string content(std::size_t size) {
 
 extern "C" int access(const char* path, int mode) noexcept {
     using Function = int (*)(const char*, int);
-    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "access"));
+    static const auto kReal = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "access"));
     if (accessIsBlind) {
         errno = ENOENT;
         return -1;
     }
-    return real(path, mode);
+    return kReal(path, mode);
 }
 
 TEST_F(Manager, TransferTypes_HaveTheNumbersOfTheInterface) {

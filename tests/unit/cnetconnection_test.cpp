@@ -29,7 +29,7 @@ struct Rule {
 };
 
 const std::vector<Rule>& rules() {
-    static const std::vector<Rule> all{
+    static const std::vector<Rule> kAll{
         {"download",
          &CNetConnection::ShouldUseNextConnectionMethod,
          {-88, -60, -26, -22, -8, -7, -1},
@@ -43,7 +43,7 @@ const std::vector<Rule>& rules() {
          {-2, 0, 7, 12, 22},
          false},
     };
-    return all;
+    return kAll;
 }
 
 /// What ApplyHostInformation writes.

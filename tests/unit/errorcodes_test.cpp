@@ -11,11 +11,11 @@ using namespace tessaro_com::pkm::voInet;
 namespace {
 
 const std::map<int, int>& tableOfResults() {
-    static const std::map<int, int> table{
+    static const std::map<int, int> kTable{
         {0, 0},    {5, -7},   {6, -8},   {10, 1}, {19, -5},  {23, -10}, {27, -11},
         {28, -60}, {33, -12}, {35, -92}, {42, 7}, {51, -89}, {60, -91},
     };
-    return table;
+    return kTable;
 }
 
 }  // namespace

@@ -99,29 +99,29 @@ bool asksForTheAlternate(const Probe& probe) {
 }
 
 const std::vector<Probe>& probes() {
-    static const std::vector<Probe> all{{CURLE_OK, 0},
-                                        {CURLE_OK, 226},
-                                        {CURLE_OK, 350},
-                                        {CURLE_OK, 399},
-                                        {CURLE_OK, 400},
-                                        {CURLE_OK, 401},
-                                        {CURLE_OK, 402},
-                                        {CURLE_OK, 403},
-                                        {CURLE_OK, 404},
-                                        {CURLE_OK, 407},
-                                        {CURLE_OK, 421},
-                                        {CURLE_OK, 530},
-                                        {CURLE_OK, 550},
-                                        {CURLE_COULDNT_CONNECT, 0},
-                                        {CURLE_LOGIN_DENIED, 0},
-                                        {CURLE_LOGIN_DENIED, 530},
-                                        {CURLE_LOGIN_DENIED, 401},
-                                        {CURLE_COULDNT_RESOLVE_PROXY, 0},
-                                        {CURLE_COULDNT_RESOLVE_HOST, 0},
-                                        {CURLE_OPERATION_TIMEDOUT, 0},
-                                        {CURLE_ABORTED_BY_CALLBACK, 550},
-                                        {static_cast<CURLcode>(10), 226}};
-    return all;
+    static const std::vector<Probe> kAll{{CURLE_OK, 0},
+                                         {CURLE_OK, 226},
+                                         {CURLE_OK, 350},
+                                         {CURLE_OK, 399},
+                                         {CURLE_OK, 400},
+                                         {CURLE_OK, 401},
+                                         {CURLE_OK, 402},
+                                         {CURLE_OK, 403},
+                                         {CURLE_OK, 404},
+                                         {CURLE_OK, 407},
+                                         {CURLE_OK, 421},
+                                         {CURLE_OK, 530},
+                                         {CURLE_OK, 550},
+                                         {CURLE_COULDNT_CONNECT, 0},
+                                         {CURLE_LOGIN_DENIED, 0},
+                                         {CURLE_LOGIN_DENIED, 530},
+                                         {CURLE_LOGIN_DENIED, 401},
+                                         {CURLE_COULDNT_RESOLVE_PROXY, 0},
+                                         {CURLE_COULDNT_RESOLVE_HOST, 0},
+                                         {CURLE_OPERATION_TIMEDOUT, 0},
+                                         {CURLE_ABORTED_BY_CALLBACK, 550},
+                                         {static_cast<CURLcode>(10), 226}};
+    return kAll;
 }
 
 /// The rules of the probe.

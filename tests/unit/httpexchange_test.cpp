@@ -66,7 +66,7 @@ struct Outcome {
 };
 
 Outcome expectedOutcome(long status) {
-    static const std::map<long, Outcome> listed{
+    static const std::map<long, Outcome> kListed{
         {200, {debugLine("Receiving a package from Orb Server"), 8}},
         {201, {infoLine("failed to receive package..server is busy"), 12}},
         {202, {debugLine("client:no package to receive"), 13}},
@@ -75,8 +75,8 @@ Outcome expectedOutcome(long status) {
         {404, {debugLine("Orb server reports file not found"), -5}},
         {503, {infoLine("failed to receive package..server is busy"), 12}},
         {506, {infoLine("Agent GUID already existing in Orb. So regenerating"), -95}}};
-    const auto found = listed.find(status);
-    return found != listed.end()
+    const auto found = kListed.find(status);
+    return found != kListed.end()
                ? found->second
                : Outcome{debugLine("Received response " + std::to_string(status) + " from server"),
                          0};
@@ -399,8 +399,8 @@ TEST_F(HttpExchange, RequestOfAnySize_IsSentExactlyAsAnnounced) {
 }
 
 TEST_F(HttpExchange, RequestBeyond4GiB_IsAnnouncedWithItsFullSize) {
-    constexpr std::uintmax_t size = (std::uintmax_t{1} << 32U) + 5;
-    std::filesystem::resize_file(scratch.file("request"), size);
+    constexpr std::uintmax_t kSize = (std::uintmax_t{1} << 32U) + 5;
+    std::filesystem::resize_file(scratch.file("request"), kSize);
     EXPECT_EQ(exchangeWith(answer(202)), voInetErrorNoPackage);
     EXPECT_THAT(curlDouble().requests().at(0).headers, Contains("Content-Length: 4294967301"));
     EXPECT_THAT(logLines(), Contains(debugLine("Content length is 2147483647")));

@@ -72,25 +72,25 @@ bool isError(long status) {
 }
 
 const std::vector<Probe>& probes() {
-    static const std::vector<Probe> all{{CURLE_OK, 0},
-                                        {CURLE_OK, 200},
-                                        {CURLE_OK, 302},
-                                        {CURLE_OK, 399},
-                                        {CURLE_OK, 400},
-                                        {CURLE_OK, 401},
-                                        {CURLE_OK, 402},
-                                        {CURLE_OK, 403},
-                                        {CURLE_OK, 404},
-                                        {CURLE_OK, 407},
-                                        {CURLE_OK, 408},
-                                        {CURLE_OK, 500},
-                                        {CURLE_COULDNT_CONNECT, 0},
-                                        {CURLE_COULDNT_RESOLVE_PROXY, 0},
-                                        {CURLE_COULDNT_RESOLVE_HOST, 0},
-                                        {CURLE_OPERATION_TIMEDOUT, 0},
-                                        {CURLE_ABORTED_BY_CALLBACK, 404},
-                                        {static_cast<CURLcode>(10), 200}};
-    return all;
+    static const std::vector<Probe> kAll{{CURLE_OK, 0},
+                                         {CURLE_OK, 200},
+                                         {CURLE_OK, 302},
+                                         {CURLE_OK, 399},
+                                         {CURLE_OK, 400},
+                                         {CURLE_OK, 401},
+                                         {CURLE_OK, 402},
+                                         {CURLE_OK, 403},
+                                         {CURLE_OK, 404},
+                                         {CURLE_OK, 407},
+                                         {CURLE_OK, 408},
+                                         {CURLE_OK, 500},
+                                         {CURLE_COULDNT_CONNECT, 0},
+                                         {CURLE_COULDNT_RESOLVE_PROXY, 0},
+                                         {CURLE_COULDNT_RESOLVE_HOST, 0},
+                                         {CURLE_OPERATION_TIMEDOUT, 0},
+                                         {CURLE_ABORTED_BY_CALLBACK, 404},
+                                         {static_cast<CURLcode>(10), 200}};
+    return kAll;
 }
 
 /// The rules of the probe.

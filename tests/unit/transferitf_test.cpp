@@ -39,7 +39,7 @@ struct TextOption {
 };
 
 const std::vector<TextOption>& plainTextOptions() {
-    static const std::vector<TextOption> options{
+    static const std::vector<TextOption> kOptions{
         {6, &TransferItf::m_strSite, &TransferItf::m_strSite_utf8_rep},
         {7, &TransferItf::m_strUser, &TransferItf::m_strUser_utf8_rep},
         {8, &TransferItf::m_strPassword, &TransferItf::m_strPassword_utf8_rep},
@@ -51,7 +51,7 @@ const std::vector<TextOption>& plainTextOptions() {
         {16, &TransferItf::m_strUserAgent, &TransferItf::m_strUserAgent_utf8_rep},
         {19, &TransferItf::m_strCARootPath, &TransferItf::m_strCARootPath_utf8_rep},
     };
-    return options;
+    return kOptions;
 }
 
 struct HostOption {
@@ -62,14 +62,14 @@ struct HostOption {
 };
 
 const std::vector<HostOption>& hostOptions() {
-    static const std::vector<HostOption> options{
+    static const std::vector<HostOption> kOptions{
         {0, &TransferItf::m_strHostFqdn, &TransferItf::m_strHostFqdn_utf8_rep,
          &TransferItf::m_nPortFqdn},
         {1, &TransferItf::m_strHostNetBios, &TransferItf::m_strHostNetBios_utf8_rep,
          &TransferItf::m_nPortNetbios},
         {2, &TransferItf::m_strHostIP, &TransferItf::m_strHostIP_utf8_rep, &TransferItf::m_nPortIP},
     };
-    return options;
+    return kOptions;
 }
 
 /// Sets a host over an earlier one and compares host, twin and port.

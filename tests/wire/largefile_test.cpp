@@ -27,8 +27,8 @@ constexpr std::int64_t kLargestLong = std::numeric_limits<long>::max();
 /// What a figure of the caller's type shows of a size.
 template <class Figure>
 Figure shown(std::int64_t size) {
-    constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<Figure>::max());
-    return static_cast<Figure>(std::min(static_cast<std::uint64_t>(size), largest));
+    constexpr auto kLargest = static_cast<std::uint64_t>(std::numeric_limits<Figure>::max());
+    return static_cast<Figure>(std::min(static_cast<std::uint64_t>(size), kLargest));
 }
 
 /// Offsets with the border inside the compared bytes, inside the rest and before both. Those that a

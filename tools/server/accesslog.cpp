@@ -16,8 +16,8 @@
 namespace voinetserver {
 namespace {
 
-constexpr const char* standardOutput = "-";
-constexpr mode_t logFileMode = 0644;
+constexpr const char* kStandardOutput = "-";
+constexpr mode_t kLogFileMode = 0644;
 
 std::string timestamp() {
     const auto now = std::chrono::system_clock::now();
@@ -36,24 +36,24 @@ std::string timestamp() {
 }
 
 std::string field(const std::string& value) {
-    constexpr char digits[] = "0123456789ABCDEF";
+    constexpr char kDigits[] = "0123456789ABCDEF";
     std::string text;
     for (const char character : value) {
         const auto byte = static_cast<unsigned char>(character);
         if (byte > 0x20 && byte < 0x7F) {
             text += character;
         } else {
-            text += {'%', digits[byte >> 4U], digits[byte & 0xFU]};
+            text += {'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]};
         }
     }
     return text.empty() ? "-" : text;
 }
 
 int openLog(const std::string& file) {
-    if (file == standardOutput) {
+    if (file == kStandardOutput) {
         return ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
     }
-    return ::open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, logFileMode);
+    return ::open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kLogFileMode);
 }
 
 // A line that fits is written by one call, which is what keeps lines of several threads apart.

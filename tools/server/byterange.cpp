@@ -11,10 +11,10 @@
 namespace voinetserver {
 namespace {
 
-constexpr std::string_view rangeUnit = "bytes=";
+constexpr std::string_view kRangeUnit = "bytes=";
 
 bool hasRangeUnit(const std::string& header) {
-    return ::strncasecmp(header.c_str(), rangeUnit.data(), rangeUnit.size()) == 0;
+    return ::strncasecmp(header.c_str(), kRangeUnit.data(), kRangeUnit.size()) == 0;
 }
 
 // Digits only. A number too large for 64 bits is beyond the end of every file, as its nearest
@@ -53,7 +53,7 @@ RangeSelection selectRange(const std::string& header, std::uint64_t size) {
     if (!hasRangeUnit(header)) {
         return WholeContent{};
     }
-    const std::string_view range = std::string_view(header).substr(rangeUnit.size());
+    const std::string_view range = std::string_view(header).substr(kRangeUnit.size());
     const std::size_t dash = range.find('-');
     if (dash == std::string_view::npos) {
         return WholeContent{};

@@ -13,17 +13,18 @@
 namespace voinetserver {
 namespace {
 
-constexpr std::string_view scheme = "Basic ";
+constexpr std::string_view kScheme = "Basic ";
 
 }  // namespace
 
 Credentials::Credentials(const std::string& user, const std::string& password)
     : expectedToken_(
-          httplib::make_basic_authentication_header(user, password).second.substr(scheme.size())) {}
+          httplib::make_basic_authentication_header(user, password).second.substr(kScheme.size())) {
+}
 
 bool Credentials::accept(const std::string& authorization) const {
-    return ::strncasecmp(authorization.c_str(), scheme.data(), scheme.size()) == 0 &&
-           authorization.substr(scheme.size()) == expectedToken_;
+    return ::strncasecmp(authorization.c_str(), kScheme.data(), kScheme.size()) == 0 &&
+           authorization.substr(kScheme.size()) == expectedToken_;
 }
 
 std::string readPassword(const std::string& file) {

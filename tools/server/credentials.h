@@ -6,7 +6,7 @@
 namespace voinetserver {
 
 /// The environment variable that holds the password when no file is named.
-inline constexpr const char* passwordVariable = "VOINET_SERVER_PASSWORD";
+inline constexpr const char* kPasswordVariable = "VOINET_SERVER_PASSWORD";
 
 /// The user name and password that basic authentication demands.
 class Credentials {

@@ -12,7 +12,7 @@ struct RequiredHeader {
     const char* value;
 };
 
-constexpr std::array<RequiredHeader, 4> requiredHeaders = {{
+constexpr std::array<RequiredHeader, 4> kRequiredHeaders = {{
     {"Accept", "application/octet-stream"},
     {"Accept-Language", "en-us"},
     {"Content-Type", "application/octet-stream"},
@@ -20,7 +20,7 @@ constexpr std::array<RequiredHeader, 4> requiredHeaders = {{
 }};
 
 // A package is sent as it is, in one piece, without asking first.
-constexpr std::array<const char*, 4> forbiddenHeaders = {
+constexpr std::array<const char*, 4> kForbiddenHeaders = {
     {"Transfer-Encoding", "Content-Encoding", "Expect", "Range"}};
 
 bool hasOne(const httplib::Request& request, const char* name) {
@@ -30,7 +30,7 @@ bool hasOne(const httplib::Request& request, const char* name) {
 }  // namespace
 
 std::optional<std::string> headerFault(const httplib::Request& request) {
-    for (const char* name : forbiddenHeaders) {
+    for (const char* name : kForbiddenHeaders) {
         if (request.has_header(name)) {
             return std::string("no header '") + name + "' is expected";
         }
@@ -38,7 +38,7 @@ std::optional<std::string> headerFault(const httplib::Request& request) {
     if (!hasOne(request, "Host")) {
         return "exactly one header 'Host' is expected";
     }
-    for (const auto& [name, value] : requiredHeaders) {
+    for (const auto& [name, value] : kRequiredHeaders) {
         if (!hasOne(request, name) || request.get_header_value(name) != value) {
             return std::string("exactly one header '") + name + ": " + value + "' is expected";
         }

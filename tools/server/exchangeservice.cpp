@@ -12,8 +12,8 @@
 namespace voinetserver {
 namespace {
 
-constexpr const char* packageType = "application/octet-stream";
-constexpr int firstFailure = 300;
+constexpr const char* kPackageType = "application/octet-stream";
+constexpr int kFirstFailure = 300;
 
 Reply closing(Reply reply) {
     reply.closesConnection = true;
@@ -22,7 +22,7 @@ Reply closing(Reply reply) {
 
 Reply packageReply(int status, std::shared_ptr<const Content> content) {
     const std::uint64_t size = content->size();
-    return {status, packageType, std::move(content), ByteRange{0, size}, {}};
+    return {status, kPackageType, std::move(content), ByteRange{0, size}, {}};
 }
 
 // An agent keeps the body as an answer package, so there is none unless something is wrong.
@@ -44,10 +44,10 @@ Reply failureReply(const ExchangeStep& step) {
 }
 
 std::string patternOf(const std::string& path) {
-    constexpr const char* special = "^$\\.*+?()[]{}|";
+    constexpr const char* kSpecial = "^$\\.*+?()[]{}|";
     std::string pattern;
     for (const char character : path) {
-        if (std::string(special).find(character) != std::string::npos) {
+        if (std::string(kSpecial).find(character) != std::string::npos) {
             pattern += '\\';
         }
         pattern += character;
@@ -76,9 +76,9 @@ void ExchangeService::install(httplib::Server& server) {
 // httplib would encourage the client to send the body before anybody could refuse it.
 int ExchangeService::refuseExpectation(const httplib::Request& request,
                                        httplib::Response& response) const {
-    constexpr int goOn = 100;
+    constexpr int kGoOn = 100;
     if (request.method != "POST" || request.path != path_) {
-        return goOn;
+        return kGoOn;
     }
     // Whether the body follows is the client's choice, so what follows can mean anything.
     sender_.send(request, response, closing(textReply(400, "no header 'Expect' is expected")));
@@ -121,7 +121,7 @@ Reply ExchangeService::replyWith(const ExchangeStep& step) {
     if (step.status == 200) {
         return replyWithAnswer(200);
     }
-    if (step.status < firstFailure) {
+    if (step.status < kFirstFailure) {
         return emptyReply(step.status);
     }
     return failureReply(step);

@@ -6,17 +6,17 @@
 namespace voinetserver {
 namespace {
 
-constexpr std::size_t largestPiece = 65'536;
+constexpr std::size_t kLargestPiece = 65'536;
 
 // A slowed-down reply trickles instead of coming in bursts.
-constexpr std::uint64_t piecesPerSecond = 20;
+constexpr std::uint64_t kPiecesPerSecond = 20;
 
 std::size_t pieceSizeFor(const std::optional<std::uint64_t>& rate) {
     if (!rate) {
-        return largestPiece;
+        return kLargestPiece;
     }
-    const std::uint64_t piece = std::max<std::uint64_t>(*rate / piecesPerSecond, 1);
-    return static_cast<std::size_t>(std::min<std::uint64_t>(piece, largestPiece));
+    const std::uint64_t piece = std::max<std::uint64_t>(*rate / kPiecesPerSecond, 1);
+    return static_cast<std::size_t>(std::min<std::uint64_t>(piece, kLargestPiece));
 }
 
 }  // namespace
@@ -30,7 +30,7 @@ std::optional<int> StatusPlayer::next(const std::string& path) {
     std::size_t& position = positions_[path];
     const int status = script->second[position];
     position = std::min(position + 1, script->second.size() - 1);
-    return status == serveFile ? std::nullopt : std::optional<int>(status);
+    return status == kServeFile ? std::nullopt : std::optional<int>(status);
 }
 
 std::uint64_t CutRules::limitFor(const std::string& path) const {

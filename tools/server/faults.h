@@ -17,7 +17,7 @@
 namespace voinetserver {
 
 /// The step of a status script that serves the file instead of answering a status.
-inline constexpr int serveFile = 0;
+inline constexpr int kServeFile = 0;
 
 /// Path to what its requests are answered one after the other; the last step stays.
 using StatusScripts = std::map<std::string, std::vector<int>>;

@@ -13,12 +13,12 @@ namespace {
 
 // A connection holds a thread until it ends, while it idles too, so there are more threads than a
 // client with a handful of connections needs.
-constexpr std::size_t threadCount = 32;
-constexpr std::size_t requestsPerConnection = 100;
-constexpr std::time_t idleSeconds = 30;
+constexpr std::size_t kThreadCount = 32;
+constexpr std::size_t kRequestsPerConnection = 100;
+constexpr std::time_t kIdleSeconds = 30;
 
 // A client that stands still in a debugger does not lose its connection.
-constexpr std::chrono::minutes transferTimeout{10};
+constexpr std::chrono::minutes kTransferTimeout{10};
 
 // httplib's own options would let a second server share the port in silence.
 void setSocketOptions(int socket) {
@@ -31,15 +31,15 @@ void setSocketOptions(int socket) {
 Listener::Listener(httplib::Server& server) : server_(server) {
     server_.set_socket_options(setSocketOptions);
     server_.set_tcp_nodelay(true);
-    server_.set_keep_alive_max_count(requestsPerConnection);
-    server_.set_keep_alive_timeout(idleSeconds);
-    server_.set_read_timeout(transferTimeout);
-    server_.set_write_timeout(transferTimeout);
+    server_.set_keep_alive_max_count(kRequestsPerConnection);
+    server_.set_keep_alive_timeout(kIdleSeconds);
+    server_.set_read_timeout(kTransferTimeout);
+    server_.set_write_timeout(kTransferTimeout);
     // httplib makes its threads right after it has begun to accept: the earliest moment at which
     // stopping it has an effect.
     server_.new_task_queue = [this] {
         accepting_.set_value();
-        return new httplib::ThreadPool(threadCount);
+        return new httplib::ThreadPool(kThreadCount);
     };
 }
 

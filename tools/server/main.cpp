@@ -27,7 +27,7 @@
 namespace voinetserver {
 namespace {
 
-constexpr std::chrono::milliseconds patienceAtStop{500};
+constexpr std::chrono::milliseconds kPatienceAtStop{500};
 
 std::optional<Credentials> credentialsFrom(const Options& options) {
     if (options.user.empty()) {
@@ -82,7 +82,7 @@ std::vector<int> listen(const Options& options, const Endpoints& endpoints) {
 }
 
 bool stop(const Endpoints& endpoints) {
-    const auto deadline = std::chrono::steady_clock::now() + patienceAtStop;
+    const auto deadline = std::chrono::steady_clock::now() + kPatienceAtStop;
     const auto left = [deadline] {
         const auto time = deadline - std::chrono::steady_clock::now();
         return std::chrono::ceil<std::chrono::milliseconds>(time);

@@ -17,18 +17,18 @@
 namespace voinetserver {
 namespace {
 
-constexpr int usageError = 2;
+constexpr int kUsageError = 2;
 
-constexpr int lowestStatus = 200;
-constexpr int highestStatus = 599;
+constexpr int kLowestStatus = 200;
+constexpr int kHighestStatus = 599;
 
-constexpr const char* description =
+constexpr const char* kDescription =
     "voinet-server serves a directory as a repository over HTTP, and plays the management server.\n"
     "It is for development and rehearsal only, never for production: its TLS proves nothing, and "
     "it\n"
     "goes wrong on request.";
 
-constexpr const char* examples = R"(Examples:
+constexpr const char* kExamples = R"(Examples:
   Serve ./repository on http://127.0.0.1:8080/:
     voinet-server ./repository
   Choose a free port and tell it to a script:
@@ -134,14 +134,14 @@ std::optional<std::uint64_t> parseSize(std::string_view text) {
 
 std::optional<int> parseStatus(std::string_view text) {
     const auto number = parseNumber(text);
-    if (!number || *number < lowestStatus || *number > highestStatus) {
+    if (!number || *number < kLowestStatus || *number > kHighestStatus) {
         return std::nullopt;
     }
     return static_cast<int>(*number);
 }
 
 std::optional<int> parseStep(std::string_view text) {
-    return text == "file" || parseNumber(text) == serveFile ? serveFile : parseStatus(text);
+    return text == "file" || parseNumber(text) == kServeFile ? kServeFile : parseStatus(text);
 }
 
 std::optional<ExchangeStep> parseExchangeStep(std::string_view text) {
@@ -247,10 +247,10 @@ void choosePassword(Options& options) {
     if (options.user.empty() || !options.passwordFile.empty()) {
         return;
     }
-    const char* password = std::getenv(passwordVariable);
+    const char* password = std::getenv(kPasswordVariable);
     if (password == nullptr) {
         throw CLI::ValidationError(
-            "--user", std::string("needs --password-file or the variable ") + passwordVariable);
+            "--user", std::string("needs --password-file or the variable ") + kPasswordVariable);
     }
     options.password = password;
 }
@@ -341,7 +341,7 @@ ExitNow explain(const CLI::Error& error) {
     std::string sentence = error.what();
     std::replace(sentence.begin(), sentence.end(), '\n', ' ');
     std::cerr << "voinet-server: " << sentence << " (--help explains the options)\n";
-    return {usageError};
+    return {kUsageError};
 }
 
 }  // namespace
@@ -349,8 +349,8 @@ ExitNow explain(const CLI::Error& error) {
 std::variant<Options, ExitNow> parseOptions(int argc, char** argv) {
     Options options;
     RawOptions raw;
-    CLI::App app(description, "voinet-server");
-    app.footer(examples);
+    CLI::App app(kDescription, "voinet-server");
+    app.footer(kExamples);
     declareOptions(app, options, raw);
     try {
         app.parse(argc, argv);
@@ -365,10 +365,10 @@ std::variant<Options, ExitNow> parseOptions(int argc, char** argv) {
 }
 
 bool isLoopback(const std::string& address) {
-    constexpr std::uint32_t ipv4LoopbackNet = 127;
+    constexpr std::uint32_t kIpv4LoopbackNet = 127;
     in_addr ipv4{};
     if (::inet_pton(AF_INET, address.c_str(), &ipv4) == 1) {
-        return ntohl(ipv4.s_addr) >> 24U == ipv4LoopbackNet;
+        return ntohl(ipv4.s_addr) >> 24U == kIpv4LoopbackNet;
     }
     in6_addr ipv6{};
     return ::inet_pton(AF_INET6, address.c_str(), &ipv6) == 1 && IN6_IS_ADDR_LOOPBACK(&ipv6);

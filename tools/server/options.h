@@ -11,16 +11,16 @@
 
 namespace voinetserver {
 
-inline constexpr std::uint16_t defaultPort = 8080;
-inline constexpr const char* defaultAddress = "127.0.0.1";
+inline constexpr std::uint16_t kDefaultPort = 8080;
+inline constexpr const char* kDefaultAddress = "127.0.0.1";
 
 /// The command line. Texts that may be left out are empty.
 struct Options {
     std::string directory;
     /// Numeric, IPv4 or IPv6.
-    std::string address = defaultAddress;
+    std::string address = kDefaultAddress;
     /// 0 is any free one.
-    std::uint16_t port = defaultPort;
+    std::uint16_t port = kDefaultPort;
     std::string portFile;
 
     /// Where the CA file is put; empty for no TLS.

@@ -12,11 +12,11 @@
 namespace voinetserver {
 namespace {
 
-constexpr mode_t publicMode = 0644;
+constexpr mode_t kPublicMode = 0644;
 
 bool writeText(int file, const std::string& text) {
     return ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-           ::fchmod(file, publicMode) == 0;
+           ::fchmod(file, kPublicMode) == 0;
 }
 
 }  // namespace

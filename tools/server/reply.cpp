@@ -7,7 +7,7 @@
 namespace voinetserver {
 namespace {
 
-constexpr const char* challenge = "Basic realm=\"voinet-server\", charset=\"UTF-8\"";
+constexpr const char* kChallenge = "Basic realm=\"voinet-server\", charset=\"UTF-8\"";
 
 bool hasBody(int status) {
     return status != 204 && status != 304;
@@ -61,9 +61,9 @@ class Transmission {
 httplib::Headers headersOfStatus(int status) {
     switch (status) {
         case 401:
-            return {{"WWW-Authenticate", challenge}};
+            return {{"WWW-Authenticate", kChallenge}};
         case 407:
-            return {{"Proxy-Authenticate", challenge}};
+            return {{"Proxy-Authenticate", kChallenge}};
         default:
             return {};
     }

@@ -16,10 +16,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view siteFile = "SiteStat.xml";
+constexpr std::string_view kSiteFile = "SiteStat.xml";
 
 // What a client asks for is whether the file is there; what stands in it is for people.
-constexpr const char* madeUpSiteFile =
+constexpr const char* kMadeUpSiteFile =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
     "<site>\n"
     "  <server>voinet-server</server>\n"
@@ -31,8 +31,8 @@ struct TypeOfSuffix {
     const char* type;
 };
 
-constexpr const char* defaultType = "application/octet-stream";
-constexpr std::array<TypeOfSuffix, 3> typesOfSuffixes = {{
+constexpr const char* kDefaultType = "application/octet-stream";
+constexpr std::array<TypeOfSuffix, 3> kTypesOfSuffixes = {{
     {".xml", "application/xml"},
     {".txt", "text/plain"},
     {".html", "text/html"},
@@ -41,9 +41,9 @@ constexpr std::array<TypeOfSuffix, 3> typesOfSuffixes = {{
 const char* typeOf(const fs::path& file) {
     const std::string suffix = file.extension().string();
     const auto* entry =
-        std::find_if(typesOfSuffixes.begin(), typesOfSuffixes.end(),
+        std::find_if(kTypesOfSuffixes.begin(), kTypesOfSuffixes.end(),
                      [&](const TypeOfSuffix& candidate) { return candidate.suffix == suffix; });
-    return entry != typesOfSuffixes.end() ? entry->type : defaultType;
+    return entry != kTypesOfSuffixes.end() ? entry->type : kDefaultType;
 }
 
 bool hasParentSegment(const std::string& path) {
@@ -117,10 +117,10 @@ Lookup Repository::find(const std::string& path) const {
 Lookup Repository::findMissing(const std::string& path) const {
     const fs::path wanted(root_.native() + path);
     std::error_code error;
-    if (wanted.filename() == siteFile) {
+    if (wanted.filename() == kSiteFile) {
         const fs::path folder = fs::canonical(wanted.parent_path(), error);
         if (!error && fs::is_directory(folder, error) && contains(folder)) {
-            return Found{std::make_shared<TextContent>(madeUpSiteFile), typeOf(wanted)};
+            return Found{std::make_shared<TextContent>(kMadeUpSiteFile), typeOf(wanted)};
         }
     }
     return Refusal{404, "there is no such file in the repository"};

@@ -10,7 +10,7 @@ namespace voinetserver {
 namespace {
 
 // A decoded path may have line ends, which a dot does not match.
-constexpr const char* anyPath = R"([\s\S]*)";
+constexpr const char* kAnyPath = R"([\s\S]*)";
 
 bool isRead(const std::string& method) {
     return method == "GET" || method == "HEAD";
@@ -97,12 +97,12 @@ void RepositoryService::installRefusals(httplib::Server& server) const {
         [this](const auto& request, auto& response, const auto& reader) {
             refuseMethod(request, response, drainBody(request, reader));
         };
-    server.Post(anyPath, drainAndRefuse);
-    server.Put(anyPath, drainAndRefuse);
-    server.Patch(anyPath, drainAndRefuse);
-    server.Delete(anyPath, drainAndRefuse);
-    server.Delete(anyPath, refuse);
-    server.Options(anyPath, refuse);
+    server.Post(kAnyPath, drainAndRefuse);
+    server.Put(kAnyPath, drainAndRefuse);
+    server.Patch(kAnyPath, drainAndRefuse);
+    server.Delete(kAnyPath, drainAndRefuse);
+    server.Delete(kAnyPath, refuse);
+    server.Options(kAnyPath, refuse);
 }
 
 void RepositoryService::answer(const httplib::Request& request, httplib::Response& response) {

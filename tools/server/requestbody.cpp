@@ -8,21 +8,21 @@
 namespace voinetserver {
 namespace {
 
-constexpr const char* lengthHeader = "Content-Length";
-constexpr const char* codingHeader = "Transfer-Encoding";
+constexpr const char* kLengthHeader = "Content-Length";
+constexpr const char* kCodingHeader = "Transfer-Encoding";
 
 // Without a length there is no body, and httplib would wait for one until its time is over. With
 // one that it misunderstands it would wait for any number of bytes.
 enum class Framing { none, readable, unclear };
 
 Framing framingOf(const httplib::Request& request) {
-    const std::size_t codings = request.get_header_value_count(codingHeader);
+    const std::size_t codings = request.get_header_value_count(kCodingHeader);
     if (codings > 0) {
-        const std::string coding = request.get_header_value(codingHeader);
+        const std::string coding = request.get_header_value(kCodingHeader);
         const bool chunked = codings == 1 && ::strcasecmp(coding.c_str(), "chunked") == 0;
         return chunked ? Framing::readable : Framing::unclear;
     }
-    if (!request.has_header(lengthHeader)) {
+    if (!request.has_header(kLengthHeader)) {
         return Framing::none;
     }
     return announcedLength(request) ? Framing::readable : Framing::unclear;
@@ -31,10 +31,10 @@ Framing framingOf(const httplib::Request& request) {
 }  // namespace
 
 std::optional<std::uint64_t> announcedLength(const httplib::Request& request) {
-    if (request.get_header_value_count(lengthHeader) != 1) {
+    if (request.get_header_value_count(kLengthHeader) != 1) {
         return std::nullopt;
     }
-    const std::string text = request.get_header_value(lengthHeader);
+    const std::string text = request.get_header_value(kLengthHeader);
     const char* end = text.data() + text.size();
     std::uint64_t length = 0;
     const auto [stop, error] = std::from_chars(text.data(), end, length);

@@ -17,9 +17,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* keptSuffix = ".bin";
-constexpr const char* arrivingSuffix = ".part";
-constexpr mode_t requestMode = 0600;
+constexpr const char* kEptSuffix = ".bin";
+constexpr const char* kArrivingSuffix = ".part";
+constexpr mode_t kRequestMode = 0600;
 
 std::string nameOf(unsigned long number) {
     std::array<char, 32> digits{};
@@ -67,10 +67,10 @@ ArrivingRequest::ArrivingRequest(RequestStore& store) {
         return;
     }
     const std::string name = nameOf(++store.lastNumber_);
-    kept_ = store.directory_ / (name + keptSuffix);
-    arriving_ = store.directory_ / (name + arrivingSuffix);
+    kept_ = store.directory_ / (name + kEptSuffix);
+    arriving_ = store.directory_ / (name + kArrivingSuffix);
     file_ =
-        UniqueFd(::open(arriving_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, requestMode));
+        UniqueFd(::open(arriving_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kRequestMode));
     if (!file_.valid()) {
         throw failure(arriving_, "made");
     }

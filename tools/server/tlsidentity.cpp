@@ -25,13 +25,13 @@ using Extension = std::unique_ptr<X509_EXTENSION, OpenSslDeleter<X509_EXTENSION_
 using Memory = std::unique_ptr<BIO, OpenSslDeleter<BIO_free_all>>;
 using Serial = std::unique_ptr<BIGNUM, OpenSslDeleter<BN_free>>;
 
-constexpr const char* authorityFile = "ca.pem";
-constexpr const char* authorityName = "voinet-server throw-away CA";
-constexpr const char* serverName = "voinet-server";
+constexpr const char* kAuthorityFile = "ca.pem";
+constexpr const char* kAuthorityName = "voinet-server throw-away CA";
+constexpr const char* kServerName = "voinet-server";
 
-constexpr int daysBefore = -1;
-constexpr int daysAfter = 365;
-constexpr int serialBits = 127;
+constexpr int kDaysBefore = -1;
+constexpr int kDaysAfter = 365;
+constexpr int kSerialBits = 127;
 
 struct ExtensionText {
     int kind;
@@ -56,14 +56,15 @@ PrivateKey makeKey() {
 void setSerial(X509* certificate) {
     const Serial number(::BN_new());
     require(number != nullptr &&
-            ::BN_rand(number.get(), serialBits, BN_RAND_TOP_ONE, BN_RAND_BOTTOM_ANY) == 1 &&
+            ::BN_rand(number.get(), kSerialBits, BN_RAND_TOP_ONE, BN_RAND_BOTTOM_ANY) == 1 &&
             ::BN_to_ASN1_INTEGER(number.get(), ::X509_get_serialNumber(certificate)) != nullptr);
 }
 
 void setValidity(X509* certificate) {
-    require(
-        ::X509_time_adj_ex(::X509_getm_notBefore(certificate), daysBefore, 0, nullptr) != nullptr &&
-        ::X509_time_adj_ex(::X509_getm_notAfter(certificate), daysAfter, 0, nullptr) != nullptr);
+    require(::X509_time_adj_ex(::X509_getm_notBefore(certificate), kDaysBefore, 0, nullptr) !=
+                nullptr &&
+            ::X509_time_adj_ex(::X509_getm_notAfter(certificate), kDaysAfter, 0, nullptr) !=
+                nullptr);
 }
 
 void setName(X509* certificate, const char* name) {
@@ -100,7 +101,7 @@ void sign(X509* certificate, EVP_PKEY* key) {
 }
 
 Certificate makeAuthority(EVP_PKEY* key) {
-    Certificate authority = makeCertificate(authorityName, key, nullptr);
+    Certificate authority = makeCertificate(kAuthorityName, key, nullptr);
     addExtensions(authority.get(), authority.get(),
                   {{NID_basic_constraints, "critical,CA:TRUE,pathlen:0"},
                    {NID_key_usage, "critical,keyCertSign,cRLSign"},
@@ -119,7 +120,7 @@ std::string alternativeNames(const std::string& address) {
 
 Certificate makeServerCertificate(EVP_PKEY* key, X509* authority, EVP_PKEY* authorityKey,
                                   const std::string& address) {
-    Certificate certificate = makeCertificate(serverName, key, authority);
+    Certificate certificate = makeCertificate(kServerName, key, authority);
     addExtensions(certificate.get(), authority,
                   {{NID_basic_constraints, "critical,CA:FALSE"},
                    {NID_key_usage, "critical,digitalSignature"},
@@ -149,7 +150,7 @@ TlsIdentity::TlsIdentity(const std::string& address) : key_(makeKey()) {
 }
 
 void TlsIdentity::writeAuthority(const std::string& directory) const {
-    const fs::path file = fs::path(directory) / authorityFile;
+    const fs::path file = fs::path(directory) / kAuthorityFile;
     std::error_code error;
     fs::create_directories(directory, error);
     if (!error && !replaceFile(file.string(), authorityPem_)) {

@@ -7,7 +7,7 @@
 namespace voinet_command {
 
 std::string answerText(const std::string& bytes) {
-    if (bytes.size() > maxAnswerText || !isUtf8(bytes)) {
+    if (bytes.size() > kMaxAnswerText || !isUtf8(bytes)) {
         return {};
     }
     std::istringstream words(bytes);

@@ -28,26 +28,26 @@ using tessaro_com::pkm::voInet::voInetErrorUploadSetup;
 namespace {
 
 // Lines of the library.
-constexpr std::string_view logonBegins = "Trying to connect..";
-constexpr std::string_view logonFailed = "Unable to connect to ";
-constexpr std::string_view downloadBegins = "Open URL: ";
-constexpr std::string_view exchangeBegins = "Calling upload file response";
-constexpr std::string_view serverStatus = "Server response code value: ";
-constexpr std::string_view unknownStatus = "Received response ";
-constexpr std::string_view curlResult = "curl_easy_perform returned value: ";
-constexpr std::string_view exchangeCurlResult = "curl returned ";
-constexpr std::string_view alternateHttp = "Using alternate proxy server: ";
-constexpr std::string_view alternateFtp = "Using Alternate proxy server: ";
+constexpr std::string_view kLogonBegins = "Trying to connect..";
+constexpr std::string_view kLogonFailed = "Unable to connect to ";
+constexpr std::string_view kDownloadBegins = "Open URL: ";
+constexpr std::string_view kExchangeBegins = "Calling upload file response";
+constexpr std::string_view kServerStatus = "Server response code value: ";
+constexpr std::string_view kUnknownStatus = "Received response ";
+constexpr std::string_view kCurlResult = "curl_easy_perform returned value: ";
+constexpr std::string_view kExchangeCurlResult = "curl returned ";
+constexpr std::string_view kAlternateHttp = "Using alternate proxy server: ";
+constexpr std::string_view kAlternateFtp = "Using Alternate proxy server: ";
 
-constexpr int firstErrorStatus = 400;
-constexpr int ftpNotAvailable = 421;
-constexpr int ftpNotLoggedIn = 530;
-constexpr int ftpFileUnavailable = 550;
+constexpr int kFirstErrorStatus = 400;
+constexpr int kFtpNotAvailable = 421;
+constexpr int kFtpNotLoggedIn = 530;
+constexpr int kFtpFileUnavailable = 550;
 
-constexpr int curlAbortedByCallback = 42;
+constexpr int kCurlAbortedByCallback = 42;
 // Handshake, certificates of either side, the CA file and others of TLS.
-constexpr std::array<int, 14> curlTlsFailures = {35, 51, 53, 54, 58, 59, 60,
-                                                 64, 66, 77, 80, 82, 83, 91};
+constexpr std::array<int, 14> kCurlTlsFailures = {35, 51, 53, 54, 58, 59, 60,
+                                                  64, 66, 77, 80, 82, 83, 91};
 
 bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
@@ -71,9 +71,9 @@ std::optional<int> eitherNumber(std::string_view text, std::string_view prefix,
 
 /// Lines of curl that follow a failure without explaining it.
 bool isHousekeeping(const std::string& line) {
-    static constexpr std::array<std::string_view, 5> starts = {
+    static constexpr std::array<std::string_view, 5> kStarts = {
         "Closing connection", "Connection #", "Expire", "Hostname ", "shutting down connection"};
-    return std::any_of(starts.begin(), starts.end(),
+    return std::any_of(kStarts.begin(), kStarts.end(),
                        [&line](std::string_view start) { return startsWith(line, start); });
 }
 
@@ -96,7 +96,7 @@ voInetError resultOfReason(const Attempt& attempt) {
 }
 
 bool isRefusal(const std::optional<int>& reply) {
-    return reply && *reply > firstErrorStatus;
+    return reply && *reply > kFirstErrorStatus;
 }
 
 /// The result of a logon that another one followed. The library does not log it, so it is told from
@@ -104,7 +104,7 @@ bool isRefusal(const std::optional<int>& reply) {
 voInetError failedLogonResult(const Attempt& attempt) {
     // Curl itself gives up when FTP refuses the user or the connection.
     const int reply = attempt.replyIsFtp ? attempt.reply.value_or(0) : 0;
-    const bool curlGaveUp = reply == ftpNotLoggedIn || reply == ftpNotAvailable;
+    const bool curlGaveUp = reply == kFtpNotLoggedIn || reply == kFtpNotAvailable;
     return isRefusal(attempt.reply) && !curlGaveUp ? voInetErrorFailed : resultOfReason(attempt);
 }
 
@@ -114,7 +114,7 @@ voInetError failedDownloadResult(const Attempt& attempt) {
         if (!isRefusal(attempt.reply)) {
             return resultOfReason(attempt);
         }
-        return *attempt.reply == ftpFileUnavailable ? voInetErrorFileNotFound : voInetErrorFailed;
+        return *attempt.reply == kFtpFileUnavailable ? voInetErrorFileNotFound : voInetErrorFailed;
     }
     const voInetError mapped = mapCurlErrorCode(attempt.curlCode.value_or(0));
     return mapped == voInetErrorSuccess ? voInetErrorTransferFailed : mapped;
@@ -169,12 +169,12 @@ bool Attempt::Failed() const {
 
 bool Attempt::RequestBroke() const {
     // Nothing but the end of the request file stops an exchange from within.
-    return stage == Stage::exchange && curlCode == curlAbortedByCallback;
+    return stage == Stage::exchange && curlCode == kCurlAbortedByCallback;
 }
 
 bool Attempt::TlsFailed() const {
-    return curlCode && std::find(curlTlsFailures.begin(), curlTlsFailures.end(), *curlCode) !=
-                           curlTlsFailures.end();
+    return curlCode && std::find(kCurlTlsFailures.begin(), kCurlTlsFailures.end(), *curlCode) !=
+                           kCurlTlsFailures.end();
 }
 
 std::optional<int> Attempt::Answer() const {
@@ -200,15 +200,15 @@ void AttemptLog::Add(const std::string& module, const std::string& message) {
 }
 
 void AttemptLog::AddLibraryLine(const std::string& message) {
-    if (startsWith(message, logonBegins)) {
+    if (startsWith(message, kLogonBegins)) {
         Begin(Stage::logon);
         return;
     }
-    if (startsWith(message, downloadBegins)) {
+    if (startsWith(message, kDownloadBegins)) {
         Begin(Stage::download);
         return;
     }
-    if (startsWith(message, exchangeBegins)) {
+    if (startsWith(message, kExchangeBegins)) {
         Begin(Stage::exchange);
         return;
     }
@@ -216,14 +216,14 @@ void AttemptLog::AddLibraryLine(const std::string& message) {
     if (attempt == nullptr) {
         return;
     }
-    if (startsWith(message, logonFailed)) {
+    if (startsWith(message, kLogonFailed)) {
         m_connectFailed = true;
-    } else if (const auto status = eitherNumber(message, serverStatus, unknownStatus)) {
+    } else if (const auto status = eitherNumber(message, kServerStatus, kUnknownStatus)) {
         attempt->reply = status;
         attempt->replyIsFtp = false;
-    } else if (const auto code = eitherNumber(message, curlResult, exchangeCurlResult)) {
+    } else if (const auto code = eitherNumber(message, kCurlResult, kExchangeCurlResult)) {
         attempt->curlCode = code;
-    } else if (startsWith(message, alternateHttp) || startsWith(message, alternateFtp)) {
+    } else if (startsWith(message, kAlternateHttp) || startsWith(message, kAlternateFtp)) {
         attempt->alternateCredentials = true;
         attempt->target.proxy = attempt->target.alternateProxy;
     }

@@ -22,14 +22,14 @@ using tessaro_com::pkm::voInet::voInetProtocolUnc;
 
 namespace {
 
-constexpr int maxPort = 65535;
-constexpr const char* serverGroup = "Server";
-constexpr const char* unusedTlsGroup =
+constexpr int kMaxPort = 65535;
+constexpr const char* kServerGroup = "Server";
+constexpr const char* kUnusedTlsGroup =
     "Management exchange (get and probe speak plain HTTP all the same)";
 // The library's limit: libcurl counts a time-out in milliseconds, in 32 bits.
-constexpr unsigned int maxTimeout = 2147483;
+constexpr unsigned int kMaxTimeout = 2147483;
 
-constexpr const char* examples = R"(Examples:
+constexpr const char* kExamples = R"(Examples:
   Download one file, into the current folder:
     voinet get --host repo.example.com:8080 --repository updates pkg/base.zip base.zip
 
@@ -61,7 +61,7 @@ constexpr const char* examples = R"(Examples:
 )";
 
 std::string mainFooter() {
-    return std::string(examples) + "\nExit status:\n" + exitStatusLines() +
+    return std::string(kExamples) + "\nExit status:\n" + exitStatusLines() +
            "\nThe results of the library that messages name are listed by: voinet errors\n";
 }
 
@@ -89,7 +89,7 @@ class HelpFormatter : public CLI::Formatter {
         std::string lines;
         std::size_t column = 0;
         for (std::string word; words >> word; column += word.size() + 1) {
-            if (column > 0 && column + word.size() > descriptionWidth) {
+            if (column > 0 && column + word.size() > kDescriptionWidth) {
                 lines += '\n';
                 column = 0;
             }
@@ -98,7 +98,7 @@ class HelpFormatter : public CLI::Formatter {
         return lines;
     }
 
-    static constexpr std::size_t descriptionWidth = 50;
+    static constexpr std::size_t kDescriptionWidth = 50;
 };
 
 /// A check that names its own failure.
@@ -139,22 +139,23 @@ void addSecret(CLI::App& app, const std::string& name, SecretSource& source,
 }
 
 void addProtocolOption(CLI::App& app, ConnectionOptions& options) {
-    static const std::map<std::string, voInetProtocol> protocols = {{"http", voInetProtocolHttp},
-                                                                    {"ftp", voInetProtocolFtp},
-                                                                    {"unc", voInetProtocolUnc},
-                                                                    {"local", voInetProtocolLocal}};
+    static const std::map<std::string, voInetProtocol> kProtocols = {
+        {"http", voInetProtocolHttp},
+        {"ftp", voInetProtocolFtp},
+        {"unc", voInetProtocolUnc},
+        {"local", voInetProtocolLocal}};
     app.add_option("--protocol", options.protocol,
                    "http (the default), ftp, unc (answers \"not implemented\"), or local: a copy "
                    "from the folder of --repository")
         ->option_text("http|ftp|unc|local")
-        ->transform(CLI::CheckedTransformer(protocols, CLI::ignore_case))
-        ->group(serverGroup);
+        ->transform(CLI::CheckedTransformer(kProtocols, CLI::ignore_case))
+        ->group(kServerGroup);
 }
 
 void addHostOptions(CLI::App& app, ConnectionOptions& options, const char* hostHelp,
                     const char* addressHelp) {
     auto* host = addText(app, "--host", options.host, "HOST[:PORT]", hostHelp);
-    host->group(serverGroup);
+    host->group(kServerGroup);
     struct Form {
         const char* name;
         std::string& target;
@@ -167,14 +168,14 @@ void addHostOptions(CLI::App& app, ConnectionOptions& options, const char* hostH
     for (const Form& form : forms) {
         addText(app, form.name, form.target, "HOST[:PORT]", form.help)
             ->excludes(host)
-            ->group(serverGroup);
+            ->group(kServerGroup);
     }
     addText(app, "--site", options.site, "NAME", "the site's name (\"default\")")
-        ->group(serverGroup);
+        ->group(kServerGroup);
 }
 
 void addRepositoryOptions(CLI::App& app, ConnectionOptions& options) {
-    const std::string group = serverGroup;
+    const std::string group = kServerGroup;
     addProtocolOption(app, options);
     addHostOptions(app, options,
                    "the server; the form (address, full name, NetBIOS name) follows from HOST. The "
@@ -200,7 +201,7 @@ void addTlsOptions(CLI::App& app, ConnectionOptions& options, const std::string&
     auto* port =
         app.add_option("--ssl-port", options.sslPort, "TLS port of every host form, 1 to 65535")
             ->option_text("PORT")
-            ->check(CLI::Range(1, maxPort))
+            ->check(CLI::Range(1, kMaxPort))
             ->group(group);
     app.add_flag("--ssl", options.ssl, "use the TLS port for every host form")
         ->needs(port)
@@ -236,9 +237,9 @@ void addProxyOptions(CLI::App& app, ConnectionOptions& options) {
 }
 
 void addOutputOptions(CLI::App& app, OutputOptions& options) {
-    static const std::map<std::string, HostLogLevel> levels = {{"error", HostLogLevel::error},
-                                                               {"info", HostLogLevel::info},
-                                                               {"detail", HostLogLevel::detail}};
+    static const std::map<std::string, HostLogLevel> kLevels = {{"error", HostLogLevel::error},
+                                                                {"info", HostLogLevel::info},
+                                                                {"detail", HostLogLevel::detail}};
     const std::string group = "Output";
     auto* quiet =
         app.add_flag("--quiet", options.quiet, "print nothing; the exit status tells how it ended");
@@ -252,7 +253,7 @@ void addOutputOptions(CLI::App& app, OutputOptions& options) {
                    "how much of the library's log to print: error (the default), info, or detail, "
                    "which shows the whole exchange. Passwords and tokens are masked")
         ->option_text("error|info|detail")
-        ->transform(CLI::CheckedTransformer(levels))
+        ->transform(CLI::CheckedTransformer(kLevels))
         ->group(group);
     addText(app, "--log-file", options.logFile, "FILE",
             "append the log to FILE instead of printing it; a new file gets mode 0600")
@@ -279,7 +280,7 @@ CLI::App* addGet(CLI::App& app, Options& options) {
         });
     addRepositoryOptions(*get, options.connection);
     addProxyOptions(*get, options.connection);
-    addTlsOptions(*get, options.connection, unusedTlsGroup);
+    addTlsOptions(*get, options.connection, kUnusedTlsGroup);
     addOutputOptions(*get, options.output);
     get->footer("Example:\n  voinet get --host repo.example.com:8080 pkg/base.zip base.zip\n");
     return get;
@@ -292,10 +293,10 @@ CLI::App* addProbe(CLI::App& app, Options& options) {
                      "give up connecting after so many seconds, 1 to 2147483; only connects then, "
                      "and sends no request")
         ->option_text("SECONDS")
-        ->check(CLI::Range(1U, maxTimeout));
+        ->check(CLI::Range(1U, kMaxTimeout));
     addRepositoryOptions(*probe, options.connection);
     addProxyOptions(*probe, options.connection);
-    addTlsOptions(*probe, options.connection, unusedTlsGroup);
+    addTlsOptions(*probe, options.connection, kUnusedTlsGroup);
     addOutputOptions(*probe, options.output);
     probe->footer("Example:\n  voinet probe --timeout 5 --host repo.example.com\n");
     return probe;
@@ -338,13 +339,13 @@ CLI::App* addErrors(CLI::App& app, Options& options) {
 }
 
 /// Options that people expect, and that would show a secret to other users.
-constexpr const char* refusedOptions[] = {"--password", "--proxy-password", "--alt-proxy-password",
-                                          "--update-token"};
+constexpr const char* kRefusedOptions[] = {"--password", "--proxy-password", "--alt-proxy-password",
+                                           "--update-token"};
 
 bool isRefused(const std::string& argument) {
     const std::string name = argument.substr(0, argument.find('='));
-    return std::find(std::begin(refusedOptions), std::end(refusedOptions), name) !=
-           std::end(refusedOptions);
+    return std::find(std::begin(kRefusedOptions), std::end(kRefusedOptions), name) !=
+           std::end(kRefusedOptions);
 }
 
 CommandError refused(const std::string& argument) {

@@ -11,9 +11,9 @@ namespace voinet_command {
 
 namespace {
 
-constexpr int defaultWidth = 80;
+constexpr int kDefaultWidth = 80;
 // To the first column, and erase to the end of the line.
-constexpr const char* eraseLine = "\r\x1b[K";
+constexpr const char* kEraseLine = "\r\x1b[K";
 
 }  // namespace
 
@@ -28,7 +28,7 @@ bool Console::IsTerminal() const {
 int Console::Width() const {
     winsize size{};
     const bool known = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return known ? size.ws_col : defaultWidth;
+    return known ? size.ws_col : kDefaultWidth;
 }
 
 void Console::Line(const std::string& text) {
@@ -37,7 +37,7 @@ void Console::Line(const std::string& text) {
     }
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (m_barShown) {
-        std::fputs(eraseLine, stderr);
+        std::fputs(kEraseLine, stderr);
         m_barShown = false;
     }
     std::fputs((withoutControls(text) + "\n").c_str(), stderr);
@@ -48,7 +48,7 @@ void Console::Bar(const std::string& text) {
         return;
     }
     const std::lock_guard<std::mutex> lock(m_mutex);
-    std::fputs((eraseLine + withoutControls(text)).c_str(), stderr);
+    std::fputs((kEraseLine + withoutControls(text)).c_str(), stderr);
     m_barShown = true;
 }
 

@@ -17,8 +17,8 @@ namespace voinet_command {
 
 namespace {
 
-constexpr std::size_t digestSize = 32;
-constexpr std::size_t blockSize = std::size_t{256} << 10;
+constexpr std::size_t kDigestSize = 32;
+constexpr std::size_t kBlockSize = std::size_t{256} << 10;
 
 class Sha256 {
   public:
@@ -35,7 +35,7 @@ class Sha256 {
     }
 
     std::string Finish() {
-        std::array<unsigned char, digestSize> digest{};
+        std::array<unsigned char, kDigestSize> digest{};
         Check(mbedtls_sha256_finish_ret(&m_context, digest.data()));
         return fmt::format("{:02x}", fmt::join(digest, ""));
     }
@@ -76,7 +76,7 @@ int lower(char letter) {
 
 std::string sha256OfFile(int fd, const std::string& name) {
     Sha256 sha;
-    std::vector<unsigned char> block(blockSize);
+    std::vector<unsigned char> block(kBlockSize);
     off_t offset = 0;
     while (const std::size_t count = readAt(fd, block, offset, name)) {
         sha.Add(block.data(), count);
@@ -86,7 +86,7 @@ std::string sha256OfFile(int fd, const std::string& name) {
 }
 
 bool isSha256(const std::string& text) {
-    return text.size() == 2 * digestSize && std::all_of(text.begin(), text.end(), isHexDigit);
+    return text.size() == 2 * kDigestSize && std::all_of(text.begin(), text.end(), isHexDigit);
 }
 
 bool sameDigest(const std::string& a, const std::string& b) {

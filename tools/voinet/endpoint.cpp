@@ -13,9 +13,9 @@ namespace voinet_command {
 
 namespace {
 
-constexpr int maxPort = 65535;
+constexpr int kMaxPort = 65535;
 // Names are limited to 253 characters; an address with a scope may add an interface name.
-constexpr std::size_t maxHostLength = 300;
+constexpr std::size_t kMaxHostLength = 300;
 
 CommandError badEndpoint(const std::string& option, const std::string& reason) {
     return {ExitStatus::usage, fmt::format("{}: {}", option, reason),
@@ -26,8 +26,8 @@ int parsePort(const std::string& text, const std::string& option) {
     int port = 0;
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, port);
-    if (error != std::errc() || stop != end || port < 1 || port > maxPort) {
-        throw badEndpoint(option, fmt::format("a port is a number from 1 to {}", maxPort));
+    if (error != std::errc() || stop != end || port < 1 || port > kMaxPort) {
+        throw badEndpoint(option, fmt::format("a port is a number from 1 to {}", kMaxPort));
     }
     return port;
 }
@@ -36,7 +36,7 @@ void checkHost(const std::string& host, const std::string& option) {
     if (host.empty()) {
         throw badEndpoint(option, "the host is missing");
     }
-    if (host.size() > maxHostLength) {
+    if (host.size() > kMaxHostLength) {
         throw badEndpoint(option, "the host is too long");
     }
     // Any of these would make another URL of it.

@@ -7,7 +7,7 @@ namespace voinet_command {
 namespace voInet = tessaro_com::pkm::voInet;
 
 const std::vector<ExchangeOutcome>& exchangeOutcomes() {
-    static const std::vector<ExchangeOutcome> outcomes = {
+    static const std::vector<ExchangeOutcome> kOutcomes = {
         {voInet::voInetErrorPackageReceived, "package", "the server has a package for you", ""},
         {voInet::voInetErrorNoPackage, "no-package", "the server has nothing for you", ""},
         {voInet::voInetErrorServerBusy, "busy", "the server is busy", "try again later"},
@@ -27,7 +27,7 @@ const std::vector<ExchangeOutcome>& exchangeOutcomes() {
          "the server answered something that is no outcome of an exchange",
          "look into the server's log"},
     };
-    return outcomes;
+    return kOutcomes;
 }
 
 const ExchangeOutcome* findExchangeOutcome(voInet::voInetError result) {

@@ -16,7 +16,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int noTimeout = -1;
+constexpr int kNoTimeout = -1;
 
 UniqueFd makeEvent() {
     UniqueFd event(::eventfd(0, EFD_CLOEXEC));
@@ -43,7 +43,7 @@ ExchangeWatch::~ExchangeWatch() {
 
 void ExchangeWatch::Run() const {
     const auto start = Clock::now();
-    const int timeout = m_tick ? static_cast<int>(m_interval.count()) : noTimeout;
+    const int timeout = m_tick ? static_cast<int>(m_interval.count()) : kNoTimeout;
     while (true) {
         std::array<pollfd, 2> events = {
             {{m_over.Get(), POLLIN, 0}, {interruptDescriptor(), POLLIN, 0}}};

@@ -38,7 +38,7 @@ ExitStatus kindOfFailedTransfer(std::optional<int> replyStatus) {
 }  // namespace
 
 const std::vector<ExitStatusRow>& exitStatusTable() {
-    static const std::vector<ExitStatusRow> table = {
+    static const std::vector<ExitStatusRow> kTable = {
         {ExitStatus::success, "success", "done; the local file is complete"},
         {ExitStatus::failed, "failed", "a failure without a kind of its own"},
         {ExitStatus::usage, "usage", "the command line or the settings are wrong"},
@@ -64,7 +64,7 @@ const std::vector<ExitStatusRow>& exitStatusTable() {
          "the management server calls the request invalid"},
         {ExitStatus::cancelled, "cancelled", "stopped by Ctrl-C or SIGTERM"},
     };
-    return table;
+    return kTable;
 }
 
 const char* exitStatusName(ExitStatus status) {

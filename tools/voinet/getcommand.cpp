@@ -25,8 +25,8 @@ using tessaro_com::pkm::voInet::voInetProtocolLocal;
 namespace {
 
 // The sink's status at the end of a local copy that it stopped; the result is success all the same.
-constexpr int statusLocalCopyStopped = 15;
-constexpr int firstStatusWithoutFile = 300;
+constexpr int kStatusLocalCopyStopped = 15;
+constexpr int kFirstStatusWithoutFile = 300;
 
 void checkRemoteName(const Options& options) {
     const std::string& remote = options.get.remote;
@@ -154,7 +154,7 @@ voInetError Download::Transfer() {
 
 bool Download::WasCancelled(voInetError result) const {
     if (IsLocalCopy()) {
-        return m_sink.LastStatus() == statusLocalCopyStopped;
+        return m_sink.LastStatus() == kStatusLocalCopyStopped;
     }
     return result == voInetErrorCancelled || (result != voInetErrorSuccess && interrupted());
 }
@@ -213,7 +213,7 @@ void Download::CheckArrival() {
 void Download::CheckProxyAnswer() {
     const Attempt* attempt = LatestAttempt();
     if (attempt == nullptr || !attempt->target.ftp || attempt->replyIsFtp ||
-        attempt->reply.value_or(0) < firstStatusWithoutFile) {
+        attempt->reply.value_or(0) < kFirstStatusWithoutFile) {
         return;
     }
     m_part.Discard();

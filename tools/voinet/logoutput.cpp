@@ -18,7 +18,7 @@ namespace voinet_command {
 
 namespace {
 
-constexpr const char* ownModule = "voinet";
+constexpr const char* kOwnModule = "voinet";
 
 UniqueFd openLogFile(const std::string& path) {
     UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600));
@@ -59,7 +59,7 @@ LogOutput::~LogOutput() {
 }
 
 void LogOutput::Write(HostLogLevel level, const std::string& message) {
-    Emit(level, ownModule, m_masker.Mask(ownModule, message));
+    Emit(level, kOwnModule, m_masker.Mask(kOwnModule, message));
 }
 
 void LogOutput::Take(HostLogLevel level, const wchar_t* module, const wchar_t* message) {

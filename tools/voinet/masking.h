@@ -28,7 +28,7 @@ class Masker {
 };
 
 /// What stands in place of a secret.
-inline constexpr const char* maskText = "***";
+inline constexpr const char* kMaskText = "***";
 
 }  // namespace voinet_command
 

@@ -20,9 +20,9 @@ namespace voinet_command {
 namespace {
 
 // The library compares this many bytes at the resume offset.
-constexpr std::uint64_t comparedBytes = 1024;
-constexpr mode_t permissionBits = 0777;
-constexpr mode_t newFileMode = 0666;
+constexpr std::uint64_t kComparedBytes = 1024;
+constexpr mode_t kPermissionBits = 0777;
+constexpr mode_t kNewFileMode = 0666;
 
 CommandError localError(const std::string& sentence, const std::string& hint = {}) {
     return {ExitStatus::localFile, sentence, hint};
@@ -76,8 +76,8 @@ mode_t currentUmask() {
 /// The mode for the new LOCAL: that of the old one, or the usual one for a new file.
 mode_t modeFor(const std::string& local) {
     struct stat info {};
-    return ::stat(local.c_str(), &info) == 0 ? info.st_mode & permissionBits
-                                             : newFileMode & ~currentUmask();
+    return ::stat(local.c_str(), &info) == 0 ? info.st_mode & kPermissionBits
+                                             : kNewFileMode & ~currentUmask();
 }
 
 /// A folder that cannot be synchronised, as on some network file systems, is no failure: the new
@@ -98,8 +98,8 @@ bool PartFile::Stamp::operator==(const Stamp& other) const {
 
 PartFile::PartFile(const std::string& local, bool resume, const std::string& argument)
     : m_local(usableName(local, argument)),
-      m_part(local + partSuffix),
-      m_lock((RejectUnusableLocal(), local + lockSuffix), local) {
+      m_part(local + kPartSuffix),
+      m_lock((RejectUnusableLocal(), local + kLockSuffix), local) {
     TakeOverOldPart(resume);
 }
 
@@ -153,10 +153,10 @@ std::optional<PartFile::Stamp> PartFile::Look() const {
 
 long PartFile::ResumeOffset() const {
     const std::uint64_t size = m_before ? m_before->size : 0;
-    if (size < comparedBytes) {
+    if (size < kComparedBytes) {
         return 0;
     }
-    const std::uint64_t offset = size - comparedBytes;
+    const std::uint64_t offset = size - kComparedBytes;
     const auto limit = static_cast<std::uint64_t>(std::numeric_limits<long>::max());
     return offset > limit ? 0 : static_cast<long>(offset);
 }

@@ -18,8 +18,8 @@ namespace voinet_command {
 /// file LOCAL.part.lock is made. A symbolic link at LOCAL is replaced, not followed.
 class PartFile {
   public:
-    static constexpr const char* partSuffix = ".part";
-    static constexpr const char* lockSuffix = ".part.lock";
+    static constexpr const char* kPartSuffix = ".part";
+    static constexpr const char* kLockSuffix = ".part.lock";
 
     /// Checks that LOCAL can be replaced and takes the lock. Without `resume` an older LOCAL.part
     /// is removed, so that it can never be taken for what is about to arrive. Throws CommandError.

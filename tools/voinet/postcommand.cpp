@@ -182,8 +182,8 @@ const Attempt* Post::LatestAnswered() const {
 /// What the server wrote beside an answer that brings no package; it is nothing to keep.
 std::string Post::TakeServerText() {
     std::string text;
-    if (LatestAnswered() != nullptr && m_part.Size() <= maxAnswerText && m_part.Size() > 0) {
-        text = m_context.masker.Mask("voinet", answerText(m_part.Head(maxAnswerText)));
+    if (LatestAnswered() != nullptr && m_part.Size() <= kMaxAnswerText && m_part.Size() > 0) {
+        text = m_context.masker.Mask("voinet", answerText(m_part.Head(kMaxAnswerText)));
     }
     m_part.Discard();
     return text;

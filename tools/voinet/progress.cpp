@@ -10,11 +10,11 @@ namespace voinet_command {
 namespace {
 
 // Shorter than this, a rate says more about buffers than about the line.
-constexpr std::chrono::milliseconds sampleTime{250};
+constexpr std::chrono::milliseconds kSampleTime{250};
 // The share of the latest sample in the average: about three seconds of memory.
-constexpr double sampleWeight = 0.1;
+constexpr double kSampleWeight = 0.1;
 // Nobody waits for longer, and the figure would not fit its type.
-constexpr double maxRemaining = 1e9;
+constexpr double kMaxRemaining = 1e9;
 
 std::optional<std::uint64_t> remainingSeconds(const ProgressState& state) {
     if (!state.total || *state.total < state.done || state.bytesPerSecond <= 0) {
@@ -22,7 +22,7 @@ std::optional<std::uint64_t> remainingSeconds(const ProgressState& state) {
     }
     const double seconds =
         std::ceil(static_cast<double>(*state.total - state.done) / state.bytesPerSecond);
-    if (seconds > maxRemaining) {
+    if (seconds > kMaxRemaining) {
         return std::nullopt;
     }
     return static_cast<std::uint64_t>(seconds);
@@ -38,9 +38,9 @@ ProgressState ProgressMeter::Update(Clock::time_point now, std::uint64_t moved,
         m_mark = now;
     }
     const std::chrono::duration<double> time = now - m_mark;
-    if (time >= sampleTime) {
+    if (time >= kSampleTime) {
         const double sample = static_cast<double>(moved - m_markedBytes) / time.count();
-        m_rate = m_rateKnown ? m_rate + sampleWeight * (sample - m_rate) : sample;
+        m_rate = m_rateKnown ? m_rate + kSampleWeight * (sample - m_rate) : sample;
         m_rateKnown = true;
         m_mark = now;
         m_markedBytes = moved;

@@ -14,17 +14,17 @@ namespace {
 
 using Clock = ProgressMeter::Clock;
 
-constexpr std::chrono::milliseconds barInterval{100};
-constexpr std::chrono::milliseconds eventInterval{200};
-constexpr int maxBarWidth = 40;
-constexpr int minBarWidth = 8;
+constexpr std::chrono::milliseconds kBarInterval{100};
+constexpr std::chrono::milliseconds kEventInterval{200};
+constexpr int kMaxBarWidth = 40;
+constexpr int kMinBarWidth = 8;
 // Two brackets and the blank before them.
-constexpr int brackets = 3;
-constexpr int maxFiguresWidth = 46;
-constexpr std::size_t maxNameWidth = 30;
+constexpr int kBrackets = 3;
+constexpr int kMaxFiguresWidth = 46;
+constexpr std::size_t kMaxNameWidth = 30;
 // Plain lines: one for each tenth, or for each 16 MiB while the size is not known.
-constexpr std::uint64_t steps = 10;
-constexpr std::uint64_t unknownStep = std::uint64_t{16} << 20;
+constexpr std::uint64_t kSteps = 10;
+constexpr std::uint64_t kUnknownStep = std::uint64_t{16} << 20;
 
 /// The share in percent, never 100 before the end.
 std::uint64_t percentOf(const ProgressState& state) {
@@ -95,7 +95,7 @@ class BarView final : public ProgressView {
 
     Console& m_console;
     std::string m_name;
-    Throttle m_throttle{barInterval};
+    Throttle m_throttle{kBarInterval};
 };
 
 class LineView final : public ProgressView {
@@ -104,8 +104,8 @@ class LineView final : public ProgressView {
 
     void Show(const ProgressState& state) override {
         const std::uint64_t step =
-            state.total ? percentOf(state) * steps / 100 : state.done / unknownStep;
-        if (step > m_step && step < steps) {
+            state.total ? percentOf(state) * kSteps / 100 : state.done / kUnknownStep;
+        if (step > m_step && step < kSteps) {
             m_console.Line(formatProgressLine(m_name, state));
         }
         m_step = step;
@@ -149,25 +149,25 @@ class EventView final : public ProgressView {
     }
 
     const EventStream& m_events;
-    Throttle m_throttle{eventInterval};
+    Throttle m_throttle{kEventInterval};
 };
 
 }  // namespace
 
 std::string formatBar(const std::string& name, const ProgressState& state, int width) {
     const std::string shown =
-        name.size() > maxNameWidth ? "..." + name.substr(name.size() - maxNameWidth + 3) : name;
+        name.size() > kMaxNameWidth ? "..." + name.substr(name.size() - kMaxNameWidth + 3) : name;
     const std::string tail = figures(state);
     std::string line = fmt::format("{} {}", shown, tail);
     if (state.total) {
         const std::uint64_t percent = percentOf(state);
         const std::string share = fmt::format(" {:3}% ", percent);
         // Room for the longest figures, so that the bar keeps its length.
-        const int figuresWidth = std::max(static_cast<int>(tail.size()), maxFiguresWidth);
+        const int figuresWidth = std::max(static_cast<int>(tail.size()), kMaxFiguresWidth);
         const int room =
-            width - 1 - static_cast<int>(shown.size() + share.size()) - brackets - figuresWidth;
-        if (room >= minBarWidth) {
-            line = fmt::format("{} {}{}{}", shown, drawnBar(percent, std::min(room, maxBarWidth)),
+            width - 1 - static_cast<int>(shown.size() + share.size()) - kBrackets - figuresWidth;
+        if (room >= kMinBarWidth) {
+            line = fmt::format("{} {}{}{}", shown, drawnBar(percent, std::min(room, kMaxBarWidth)),
                                share, tail);
         }
     }

@@ -54,7 +54,7 @@ std::uint64_t checkRequestFile(const std::string& request, const std::string& re
     if (info.st_size == 0) {
         throw requestError(fmt::format("the request file {} is empty", request));
     }
-    for (const char* suffix : {"", PartFile::partSuffix, PartFile::lockSuffix}) {
+    for (const char* suffix : {"", PartFile::kPartSuffix, PartFile::kLockSuffix}) {
         rejectSameFile(info, response + suffix);
     }
     return static_cast<std::uint64_t>(info.st_size);

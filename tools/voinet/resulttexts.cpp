@@ -12,7 +12,7 @@ using voInet::voInetError;
     { voInet::name, #name, meaning }
 
 const std::vector<ResultText>& resultTexts() {
-    static const std::vector<ResultText> texts = {
+    static const std::vector<ResultText> kTexts = {
         RESULT_TEXT(voInetErrorSuccess, "success"),
         RESULT_TEXT(voInetErrorLoginIncorrect,
                     "the login was refused, or the server wants credentials and none are set"),
@@ -59,7 +59,7 @@ const std::vector<ResultText>& resultTexts() {
         RESULT_TEXT(voInetErrorKeysOutdated,
                     "the server denied access until the agent updates its keys (HTTP 403)"),
     };
-    return texts;
+    return kTexts;
 }
 
 #undef RESULT_TEXT

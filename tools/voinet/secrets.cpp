@@ -19,7 +19,7 @@ namespace voinet_command {
 namespace {
 
 // Far above every password and token, far below what would hurt.
-constexpr std::size_t maxSecretSize = std::size_t{64} << 10;
+constexpr std::size_t kMaxSecretSize = std::size_t{64} << 10;
 
 /// Switches the echo of a terminal off for the object's life.
 class EchoOff {
@@ -60,7 +60,7 @@ bool readByte(int fd, std::string& text, const std::string& name) {
 
 std::string readLine(int fd, const std::string& name) {
     std::string line;
-    while (line.size() < maxSecretSize && readByte(fd, line, name) && line.back() != '\n') {
+    while (line.size() < kMaxSecretSize && readByte(fd, line, name) && line.back() != '\n') {
     }
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) {
         line.pop_back();

@@ -18,8 +18,8 @@ namespace voInet = tessaro_com::pkm::voInet;
 
 namespace {
 
-constexpr int httpPort = 80;
-constexpr int ftpPort = 21;
+constexpr int kHttpPort = 80;
+constexpr int kFtpPort = 21;
 
 bool isNetwork(voInet::voInetProtocol protocol) {
     return protocol == voInet::voInetProtocolHttp || protocol == voInet::voInetProtocolFtp;
@@ -93,7 +93,7 @@ void applyHost(Settings& settings, HostForm form, const Endpoint& endpoint,
 }
 
 void applyHosts(Settings& settings, const ConnectionOptions& options) {
-    const int port = options.protocol == voInet::voInetProtocolFtp ? ftpPort : httpPort;
+    const int port = options.protocol == voInet::voInetProtocolFtp ? kFtpPort : kHttpPort;
     struct Given {
         const std::string& text;
         HostForm form;

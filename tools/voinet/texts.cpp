@@ -30,17 +30,17 @@ std::string withoutControls(std::string text) {
 }
 
 std::string formatBytes(std::uint64_t bytes) {
-    static constexpr std::array<const char*, 5> units = {"KiB", "MiB", "GiB", "TiB", "PiB"};
+    static constexpr std::array<const char*, 5> kUnits = {"KiB", "MiB", "GiB", "TiB", "PiB"};
     if (bytes < 1024) {
         return fmt::format("{} B", bytes);
     }
     double figure = static_cast<double>(bytes) / 1024;
     std::size_t unit = 0;
-    while (figure >= 1024 && unit + 1 < units.size()) {
+    while (figure >= 1024 && unit + 1 < kUnits.size()) {
         figure /= 1024;
         ++unit;
     }
-    return fmt::format("{:.1f} {}", figure, units[unit]);
+    return fmt::format("{:.1f} {}", figure, kUnits[unit]);
 }
 
 std::string formatDuration(std::uint64_t seconds) {

@@ -10,10 +10,10 @@ namespace voinet_command {
 
 namespace {
 
-constexpr std::array<std::string_view, 7> kinds = {
+constexpr std::array<std::string_view, 7> kInds = {
     "info", "rcv head", "snd head", "rcv data", "snd data", "rcv SSL data", "snd SSL data"};
 // "`0x" and two digits.
-constexpr std::size_t escapeLength = 5;
+constexpr std::size_t kEscapeLength = 5;
 
 bool isDigit(char each) {
     return std::isdigit(static_cast<unsigned char>(each)) != 0;
@@ -25,7 +25,7 @@ bool startsWith(const std::string& text, std::size_t position, std::string_view 
 
 /// The byte of an escape at `position`; null when none stands there.
 std::optional<char> escapedByte(const std::string& text, std::size_t position) {
-    if (!startsWith(text, position, "`0x") || position + escapeLength > text.size()) {
+    if (!startsWith(text, position, "`0x") || position + kEscapeLength > text.size()) {
         return std::nullopt;
     }
     unsigned int byte = 0;
@@ -45,7 +45,7 @@ std::optional<TraceLine> parseTraceLine(const std::string& message) {
         return std::nullopt;
     }
     const std::size_t kindStart = blank + 1;
-    for (const std::string_view kind : kinds) {
+    for (const std::string_view kind : kInds) {
         const std::size_t sizeStart = kindStart + kind.size() + 1;
         if (!startsWith(message, kindStart, kind) || sizeStart >= message.size() ||
             !isDigit(message[sizeStart])) {
@@ -59,7 +59,7 @@ std::optional<TraceLine> parseTraceLine(const std::string& message) {
 }
 
 std::string escapeTrace(const std::string& bytes) {
-    static constexpr char hexDigits[] = "0123456789abcdef";
+    static constexpr char kHexDigits[] = "0123456789abcdef";
     std::string escaped;
     for (const char each : bytes) {
         const auto byte = static_cast<unsigned char>(each);
@@ -68,7 +68,7 @@ std::string escapeTrace(const std::string& bytes) {
         } else if (byte >= 0x20 && byte < 0x7f) {
             escaped += each;
         } else {
-            escaped += {'`', '0', 'x', hexDigits[byte / 16], hexDigits[byte % 16]};
+            escaped += {'`', '0', 'x', kHexDigits[byte / 16], kHexDigits[byte % 16]};
         }
     }
     return escaped;
@@ -79,7 +79,7 @@ std::string unescapeTrace(const std::string& escaped) {
     for (std::size_t i = 0; i < escaped.size(); ++i) {
         if (const auto byte = escapedByte(escaped, i)) {
             bytes.push_back(*byte);
-            i += escapeLength - 1;
+            i += kEscapeLength - 1;
         } else {
             bytes.push_back(escaped[i]);
             i += startsWith(escaped, i, "``") ? 1 : 0;
@@ -93,16 +93,16 @@ std::optional<int> replyStatusOf(const std::string& line) {
     if (startsWith(line, 0, "HTTP/")) {
         start = std::min(line.find(' '), line.size() - 1) + 1;
     }
-    constexpr std::size_t digits = 3;
-    if (line.size() < start + digits ||
+    constexpr std::size_t kDigits = 3;
+    if (line.size() < start + kDigits ||
         !std::all_of(line.begin() + static_cast<std::ptrdiff_t>(start),
-                     line.begin() + static_cast<std::ptrdiff_t>(start + digits), isDigit)) {
+                     line.begin() + static_cast<std::ptrdiff_t>(start + kDigits), isDigit)) {
         return std::nullopt;
     }
-    if (line.size() > start + digits && isDigit(line[start + digits])) {
+    if (line.size() > start + kDigits && isDigit(line[start + kDigits])) {
         return std::nullopt;
     }
-    return std::stoi(line.substr(start, digits));
+    return std::stoi(line.substr(start, kDigits));
 }
 
 }  // namespace voinet_command

@@ -6,8 +6,8 @@ namespace {
 
 long firstNumber() {
     const char* const text = std::getenv("VOINET_TEST_FIRST_NUMBER");
-    constexpr int decimal = 10;
-    return text == nullptr ? 0 : std::strtol(text, nullptr, decimal);
+    constexpr int kDecimal = 10;
+    return text == nullptr ? 0 : std::strtol(text, nullptr, kDecimal);
 }
 
 }  // namespace

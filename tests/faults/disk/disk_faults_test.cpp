@@ -18,23 +18,23 @@ namespace {
 using Kind = Treatment::Kind;
 using testing::IsEmpty;
 
-constexpr int mostCalls = 2000;
+constexpr int kMostCalls = 2000;
 /// What the library calls its success: of an exchange that it received a package.
-constexpr int resultSuccess = 0;
-constexpr int resultPackage = 8;
+constexpr int kResultSuccess = 0;
+constexpr int kResultPackage = 8;
 
 struct Fault {
     const char* name;
     Treatment treatment;
 };
 
-constexpr Fault noSpace = {"NoSpace", {Kind::fail, ENOSPC}};
-constexpr Fault quota = {"Quota", {Kind::fail, EDQUOT}};
-constexpr Fault readOnly = {"ReadOnly", {Kind::fail, EROFS}};
-constexpr Fault noPermission = {"NoPermission", {Kind::fail, EACCES}};
-constexpr Fault brokenDisk = {"BrokenDisk", {Kind::fail, EIO}};
-constexpr Fault interrupted = {"Interrupted", {Kind::fail, EINTR}};
-constexpr Fault shortCount = {"ShortCount", {Kind::shorten, 0}};
+constexpr Fault kNoSpace = {"NoSpace", {Kind::fail, ENOSPC}};
+constexpr Fault kQuota = {"Quota", {Kind::fail, EDQUOT}};
+constexpr Fault kReadOnly = {"ReadOnly", {Kind::fail, EROFS}};
+constexpr Fault kNoPermission = {"NoPermission", {Kind::fail, EACCES}};
+constexpr Fault kBrokenDisk = {"BrokenDisk", {Kind::fail, EIO}};
+constexpr Fault kInterrupted = {"Interrupted", {Kind::fail, EINTR}};
+constexpr Fault kShortCount = {"ShortCount", {Kind::shorten, 0}};
 
 using MakeTransfer = Site::Transfer (Site::*)();
 
@@ -178,7 +178,7 @@ class DiskFault : public testing::TestWithParam<Case> {
         const TransferReport report = site_.report();
         ASSERT_TRUE(report.isComplete);
         EXPECT_EQ(report.descriptorsLeft, 0);
-        const bool isSuccess = report.result == resultSuccess || report.result == resultPackage;
+        const bool isSuccess = report.result == kResultSuccess || report.result == kResultPackage;
         const auto found = site_.found();
         const bool isNew = found == transfer_.after;
         if (transfer_.isInPlace) {
@@ -214,7 +214,7 @@ class DiskFault : public testing::TestWithParam<Case> {
 
 TEST_P(DiskFault, AtEveryCall_LeavesOldOrNewAndTellsTheTruth) {
     int number = 0;
-    for (; number < mostCalls; ++number) {
+    for (; number < kMostCalls; ++number) {
         const FaultyRun run = runFailing(number);
         SCOPED_TRACE(testing::Message()
                      << transfer_.name << ", " << GetParam().fault.name << " at call " << number
@@ -226,7 +226,7 @@ TEST_P(DiskFault, AtEveryCall_LeavesOldOrNewAndTellsTheTruth) {
             break;
         }
     }
-    EXPECT_LT(number, mostCalls);
+    EXPECT_LT(number, kMostCalls);
     // At least the source is read and the destination written.
     EXPECT_GE(number, 2);
 }
@@ -237,20 +237,20 @@ std::vector<Case> allCases() {
         MakeTransfer transfer;
         std::vector<Fault> faults;
     };
-    const std::vector<Fault> all = {noSpace,    quota,       readOnly,  noPermission,
-                                    brokenDisk, interrupted, shortCount};
+    const std::vector<Fault> all = {kNoSpace,    kQuota,       kReadOnly,  kNoPermission,
+                                    kBrokenDisk, kInterrupted, kShortCount};
     // Where a transfer makes many calls one error stands for those that no code tells apart.
-    const std::vector<Fault> kinds = {noSpace, interrupted, shortCount};
+    const std::vector<Fault> kinds = {kNoSpace, kInterrupted, kShortCount};
     const std::vector<Row> rows = {
         {"HttpFresh", &Site::httpFresh, kinds},
         {"HttpReplacing", &Site::httpReplacing, all},
-        {"HttpResumed", &Site::httpResumed, {brokenDisk, interrupted, shortCount}},
+        {"HttpResumed", &Site::httpResumed, {kBrokenDisk, kInterrupted, kShortCount}},
         {"FtpReplacing", &Site::ftpReplacing, kinds},
-        {"FtpResumed", &Site::ftpResumed, {brokenDisk, interrupted, shortCount}},
+        {"FtpResumed", &Site::ftpResumed, {kBrokenDisk, kInterrupted, kShortCount}},
         {"LocalCopy", &Site::localCopy, all},
         {"Exchange", &Site::exchange, all},
         {"GetHttp", &Site::commandHttp, kinds},
-        {"GetHttpResumed", &Site::commandHttpResumed, {brokenDisk, shortCount}},
+        {"GetHttpResumed", &Site::commandHttpResumed, {kBrokenDisk, kShortCount}},
         {"GetLocal", &Site::commandLocal, all},
         {"Post", &Site::commandExchange, all},
     };

@@ -20,8 +20,8 @@ std::optional<std::size_t> numberAfter(const std::string& head, const std::strin
 
 /// Takes one request, head and body, and returns its head; none when the client goes before.
 std::optional<std::string> receiveHead(const Descriptor& connection) {
-    constexpr const char* headEnd = "\r\n\r\n";
-    constexpr std::size_t headEndSize = 4;
+    constexpr const char* kHeadEnd = "\r\n\r\n";
+    constexpr std::size_t kHeadEndSize = 4;
     std::string request;
     std::size_t missing = 1;
     while (missing > 0) {
@@ -31,22 +31,22 @@ std::optional<std::string> receiveHead(const Descriptor& connection) {
             return std::nullopt;
         }
         request.append(block.data(), static_cast<std::size_t>(count));
-        const std::size_t end = request.find(headEnd);
+        const std::size_t end = request.find(kHeadEnd);
         if (end != std::string::npos) {
             const std::size_t size =
-                end + headEndSize + numberAfter(request, "\r\nContent-Length: ").value_or(0);
+                end + kHeadEndSize + numberAfter(request, "\r\nContent-Length: ").value_or(0);
             missing = size - std::min(size, request.size());
         }
     }
-    return request.substr(0, request.find(headEnd) + 2);
+    return request.substr(0, request.find(kHeadEnd) + 2);
 }
 
 }  // namespace
 
 FileServer::FileServer(std::string file)
     : file_(std::move(file)), listener_(boundSocket()), port_(portOf(listener_)) {
-    constexpr int backlog = 64;
-    require(::listen(listener_.get(), backlog) == 0, "listening");
+    constexpr int kBacklog = 64;
+    require(::listen(listener_.get(), kBacklog) == 0, "listening");
     thread_ = std::thread([this] { serve(); });
 }
 

@@ -23,8 +23,8 @@ namespace {
 using testing::IsEmpty;
 using testing::UnorderedElementsAreArray;
 
-constexpr uid_t nobody = 65534;
-constexpr unsigned hangSeconds = 60;
+constexpr uid_t kNobody = 65534;
+constexpr unsigned kHangSeconds = 60;
 
 /// Runs something in a process of its own and returns the wait status; one that hangs is ended by
 /// SIGALRM.
@@ -32,7 +32,7 @@ pid_t startProcess(const std::function<int()>& work) {
     const pid_t child = ::fork();
     require(child != -1, "making a process");
     if (child == 0) {
-        ::alarm(hangSeconds);
+        ::alarm(kHangSeconds);
         ::_exit(work());
     }
     return child;
@@ -100,8 +100,9 @@ bool plantFile(const std::string& name, const std::string& /*victim*/) {
 
 using MakeTransfer = Site::Transfer (Site::*)();
 
-constexpr MakeTransfer allTransfers[] = {&Site::httpFresh, &Site::httpReplacing, &Site::httpResumed,
-                                         &Site::ftpReplacing, &Site::ftpResumed};
+constexpr MakeTransfer kAllTransfers[] = {&Site::httpFresh, &Site::httpReplacing,
+                                          &Site::httpResumed, &Site::ftpReplacing,
+                                          &Site::ftpResumed};
 
 class HostileNeighbours : public testing::Test {
   protected:
@@ -144,18 +145,18 @@ void PrintTo(const Planted& planted, std::ostream* output) {
 class TakenNames : public HostileNeighbours,
                    public testing::WithParamInterface<std::tuple<Planted, bool>> {
   protected:
-    static constexpr std::size_t takenNames = 20;
+    static constexpr std::size_t kTakenNames = 20;
 
     /// Takes the next temporary names.
     std::vector<std::string> takeNames() const {
         const auto [planted, isForeign] = GetParam();
         std::vector<std::string> names;
-        for (std::size_t i = 0; i < takenNames; ++i) {
+        for (std::size_t i = 0; i < kTakenNames; ++i) {
             names.push_back(TemporaryNames::at(i));
             EXPECT_TRUE(planted.plant(names.back(), victim_));
             if (isForeign) {
                 // Only root can; others meet their own files instead.
-                static_cast<void>(::lchown(names.back().c_str(), nobody, nobody));
+                static_cast<void>(::lchown(names.back().c_str(), kNobody, kNobody));
             }
         }
         return names;
@@ -163,7 +164,7 @@ class TakenNames : public HostileNeighbours,
 };
 
 TEST_P(TakenNames, BeforeATransfer_AreLeftAloneAndOthersAreFound) {
-    for (const MakeTransfer make : allTransfers) {
+    for (const MakeTransfer make : kAllTransfers) {
         const Site::Transfer transfer = (site_.*make)();
         SCOPED_TRACE(transfer.name);
         site_.prepare(transfer);
@@ -204,8 +205,8 @@ INSTANTIATE_TEST_SUITE_P(
 class FalseLeftovers : public HostileNeighbours {
   protected:
     static std::string siblingName(std::size_t number) {
-        constexpr std::size_t digits = 32;
-        return ".kvecomn-" + std::string(digits, "0123456789abcdef"[number]);
+        constexpr std::size_t kDigits = 32;
+        return ".kvecomn-" + std::string(kDigits, "0123456789abcdef"[number]);
     }
 
     std::string plantSibling(std::size_t number, Plant plant) const {
@@ -224,7 +225,7 @@ TEST_F(FalseLeftovers, InASharedDirectory_AreLeftAlone) {
                                       plantSibling(1, plantDanglingLink),
                                       plantSibling(2, plantFifo), plantSibling(3, plantDirectory)};
     const std::string file = plantSibling(4, plantFile);
-    if (::lchown(file.c_str(), nobody, nobody) == 0) {
+    if (::lchown(file.c_str(), kNobody, kNobody) == 0) {
         names.push_back(file);
     }
     const std::vector<Identity> before(names.begin(), names.end());
@@ -243,8 +244,8 @@ TEST_F(FalseLeftovers, InASharedDirectory_AreLeftAlone) {
 /// A neighbour that takes temporary names and gives them back, over and over.
 class Racer {
   public:
-    static constexpr int rounds = 40000;
-    static constexpr std::size_t contestedNames = 24;
+    static constexpr int kRounds = 40000;
+    static constexpr std::size_t kContestedNames = 24;
 
     explicit Racer(std::string victim) : victim_(std::move(victim)) {}
 
@@ -252,38 +253,39 @@ class Racer {
     /// 100 at most.
     int run() {
         // As another user, if possible.
-        if (::setresgid(nobody, nobody, nobody) == 0) {
-            static_cast<void>(::setresuid(nobody, nobody, nobody));
+        if (::setresgid(kNobody, kNobody, kNobody) == 0) {
+            static_cast<void>(::setresuid(kNobody, kNobody, kNobody));
         }
-        for (int round = 0; round < rounds; ++round) {
+        for (int round = 0; round < kRounds; ++round) {
             turn(static_cast<std::size_t>(round));
         }
-        for (std::size_t i = 0; i < contestedNames; ++i) {
+        for (std::size_t i = 0; i < kContestedNames; ++i) {
             giveBack(i);
         }
         return lost_;
     }
 
   private:
-    static constexpr Plant plants[] = {plantLink, plantFifo, plantDanglingLink, plantFile,
-                                       plantDirectory};
+    static constexpr Plant kPlants[] = {plantLink, plantFifo, plantDanglingLink, plantFile,
+                                        plantDirectory};
 
     void turn(std::size_t round) {
         // Neither stride divides the other's cycle, so that every thing comes to every name.
-        const std::size_t index = round * 7 % contestedNames;
+        const std::size_t index = round * 7 % kContestedNames;
         if (isHeld_[index]) {
             moveOn(index);
         } else {
-            isHeld_[index] = plants[round % std::size(plants)](TemporaryNames::at(index), victim_);
+            isHeld_[index] =
+                kPlants[round % std::size(kPlants)](TemporaryNames::at(index), victim_);
         }
     }
 
     /// Renames what is held to the next name when that is free, and gives it back otherwise.
     void moveOn(std::size_t index) {
-        const std::size_t next = (index + 1) % contestedNames;
-        constexpr unsigned noReplace = 1;
+        const std::size_t next = (index + 1) % kContestedNames;
+        constexpr unsigned kNoReplace = 1;
         if (!isHeld_[next] && ::renameat2(AT_FDCWD, TemporaryNames::at(index).c_str(), AT_FDCWD,
-                                          TemporaryNames::at(next).c_str(), noReplace) == 0) {
+                                          TemporaryNames::at(next).c_str(), kNoReplace) == 0) {
             isHeld_[index] = false;
             isHeld_[next] = true;
         } else {
@@ -292,22 +294,22 @@ class Racer {
     }
 
     void giveBack(std::size_t index) {
-        constexpr int mostLost = 100;
+        constexpr int kMostLost = 100;
         if (isHeld_[index] && std::remove(TemporaryNames::at(index).c_str()) != 0) {
-            lost_ += lost_ < mostLost ? 1 : 0;
+            lost_ += lost_ < kMostLost ? 1 : 0;
         }
         isHeld_[index] = false;
     }
 
     std::string victim_;
-    std::array<bool, contestedNames> isHeld_{};
+    std::array<bool, kContestedNames> isHeld_{};
     int lost_ = 0;
 };
 
 class RacedNames : public HostileNeighbours {};
 
 TEST_F(RacedNames, DuringTransfers_NothingIsSpoiltAndNothingOfTheNeighbourRemoved) {
-    for (const MakeTransfer make : allTransfers) {
+    for (const MakeTransfer make : kAllTransfers) {
         site_.prepare((site_.*make)());
     }
     std::ofstream(victim_) << victimText;
@@ -316,7 +318,8 @@ TEST_F(RacedNames, DuringTransfers_NothingIsSpoiltAndNothingOfTheNeighbourRemove
     int transfers = 0;
     while (::waitpid(racer, &racerStatus, WNOHANG) == 0) {
         const Site::Transfer transfer =
-            (site_.*allTransfers[static_cast<std::size_t>(transfers) % std::size(allTransfers)])();
+            (site_.*
+             kAllTransfers[static_cast<std::size_t>(transfers) % std::size(kAllTransfers)])();
         SCOPED_TRACE(transfer.name);
         site_.prepareDestination(transfer);
         const int status = statusOf(startProcess(transfer.work));

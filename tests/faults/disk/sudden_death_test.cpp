@@ -19,8 +19,8 @@ namespace {
 using Kind = Treatment::Kind;
 using testing::IsEmpty;
 
-constexpr int mostCalls = 2000;
-constexpr int exchangedPackage = 8;
+constexpr int kMostCalls = 2000;
+constexpr int kExchangedPackage = 8;
 
 bool isFlush(const FileCall& call) {
     return call.name == "fsync" || call.name == "fdatasync" || call.name == "syncfs";
@@ -72,13 +72,13 @@ class SuddenDeath : public testing::TestWithParam<Case> {
     /// Transfers once more, undisturbed, over what the death has left.
     void checkNextRun() {
         TemporaryNames::startOver();
-        const int status = runKilled(mostCalls);
+        const int status = runKilled(kMostCalls);
         ASSERT_TRUE(WIFEXITED(status));
         EXPECT_EQ(WEXITSTATUS(status), 0);
         EXPECT_EQ(site_.found(), transfer_.after);
         if (!transfer_.isCommand) {
             const TransferReport report = site_.report();
-            EXPECT_TRUE(report.result == 0 || report.result == exchangedPackage);
+            EXPECT_TRUE(report.result == 0 || report.result == kExchangedPackage);
             EXPECT_THAT(report.errorLines, IsEmpty());
         }
         // A temporary copy of a process that was killed stays, and its sibling until the next copy
@@ -96,7 +96,7 @@ class SuddenDeath : public testing::TestWithParam<Case> {
 TEST_P(SuddenDeath, BeforeEveryCall_LeavesOldOrNewAndTheNextRunSucceeds) {
     std::size_t leftBehind = 0;
     int number = 0;
-    for (; number < mostCalls; ++number) {
+    for (; number < kMostCalls; ++number) {
         site_.prepare(transfer_);
         const int status = runKilled(number);
         SCOPED_TRACE(testing::Message()
@@ -111,7 +111,7 @@ TEST_P(SuddenDeath, BeforeEveryCall_LeavesOldOrNewAndTheNextRunSucceeds) {
         leftBehind += site_.leftovers().size();
         checkNextRun();
     }
-    EXPECT_LT(number, mostCalls);
+    EXPECT_LT(number, kMostCalls);
     EXPECT_GE(number, 5);
     // There was something to clean up, unless the destination itself is written.
     EXPECT_EQ(leftBehind == 0, transfer_.isInPlace);

@@ -29,9 +29,9 @@
 namespace voinettest {
 namespace {
 
-constexpr unsigned hangSeconds = 60;
-constexpr std::uint64_t mostShortBytes = 700;
-constexpr int none = -1;
+constexpr unsigned kHangSeconds = 60;
+constexpr std::uint64_t kMostShortBytes = 700;
+constexpr int kNone = -1;
 
 /// How a system call names its file: by the numbers of its arguments.
 struct CallShape {
@@ -40,71 +40,71 @@ struct CallShape {
     int descriptor;
     int path;
     /// How many bytes are to be moved.
-    int size = none;
+    int size = kNone;
     /// Of a rename.
-    int newDescriptor = none;
-    int newPath = none;
+    int newDescriptor = kNone;
+    int newPath = kNone;
 };
 
 // Everything that reads, writes or changes files, names or their attributes.
-constexpr CallShape callShapes[] = {
-    {SYS_open, "open", none, 0},
-    {SYS_creat, "creat", none, 0},
+constexpr CallShape kCallShapes[] = {
+    {SYS_open, "open", kNone, 0},
+    {SYS_creat, "creat", kNone, 0},
     {SYS_openat, "openat", 0, 1},
-    {SYS_close, "close", 0, none},
-    {SYS_read, "read", 0, none, 2},
-    {SYS_pread64, "pread", 0, none, 2},
-    {SYS_readv, "readv", 0, none},
-    {SYS_write, "write", 0, none, 2},
-    {SYS_pwrite64, "pwrite", 0, none, 2},
-    {SYS_writev, "writev", 0, none},
-    {SYS_lseek, "lseek", 0, none},
-    {SYS_stat, "stat", none, 0},
-    {SYS_lstat, "lstat", none, 0},
-    {SYS_fstat, "fstat", 0, none},
+    {SYS_close, "close", 0, kNone},
+    {SYS_read, "read", 0, kNone, 2},
+    {SYS_pread64, "pread", 0, kNone, 2},
+    {SYS_readv, "readv", 0, kNone},
+    {SYS_write, "write", 0, kNone, 2},
+    {SYS_pwrite64, "pwrite", 0, kNone, 2},
+    {SYS_writev, "writev", 0, kNone},
+    {SYS_lseek, "lseek", 0, kNone},
+    {SYS_stat, "stat", kNone, 0},
+    {SYS_lstat, "lstat", kNone, 0},
+    {SYS_fstat, "fstat", 0, kNone},
     {SYS_newfstatat, "fstatat", 0, 1},
     {SYS_statx, "statx", 0, 1},
-    {SYS_statfs, "statfs", none, 0},
-    {SYS_fstatfs, "fstatfs", 0, none},
-    {SYS_access, "access", none, 0},
+    {SYS_statfs, "statfs", kNone, 0},
+    {SYS_fstatfs, "fstatfs", 0, kNone},
+    {SYS_access, "access", kNone, 0},
     {SYS_faccessat, "faccessat", 0, 1},
     {SYS_faccessat2, "faccessat2", 0, 1},
-    {SYS_truncate, "truncate", none, 0},
-    {SYS_ftruncate, "ftruncate", 0, none},
-    {SYS_fallocate, "fallocate", 0, none},
-    {SYS_fsync, "fsync", 0, none},
-    {SYS_fdatasync, "fdatasync", 0, none},
-    {SYS_syncfs, "syncfs", 0, none},
-    {SYS_sync_file_range, "sync_file_range", 0, none},
+    {SYS_truncate, "truncate", kNone, 0},
+    {SYS_ftruncate, "ftruncate", 0, kNone},
+    {SYS_fallocate, "fallocate", 0, kNone},
+    {SYS_fsync, "fsync", 0, kNone},
+    {SYS_fdatasync, "fdatasync", 0, kNone},
+    {SYS_syncfs, "syncfs", 0, kNone},
+    {SYS_sync_file_range, "sync_file_range", 0, kNone},
     // The descriptor that is written to.
-    {SYS_copy_file_range, "copy_file_range", 2, none, 4},
-    {SYS_sendfile, "sendfile", 0, none, 3},
-    {SYS_ioctl, "ioctl", 0, none},
-    {SYS_fcntl, "fcntl", 0, none},
-    {SYS_flock, "flock", 0, none},
-    {SYS_chmod, "chmod", none, 0},
-    {SYS_fchmod, "fchmod", 0, none},
+    {SYS_copy_file_range, "copy_file_range", 2, kNone, 4},
+    {SYS_sendfile, "sendfile", 0, kNone, 3},
+    {SYS_ioctl, "ioctl", 0, kNone},
+    {SYS_fcntl, "fcntl", 0, kNone},
+    {SYS_flock, "flock", 0, kNone},
+    {SYS_chmod, "chmod", kNone, 0},
+    {SYS_fchmod, "fchmod", 0, kNone},
     {SYS_fchmodat, "fchmodat", 0, 1},
-    {SYS_chown, "chown", none, 0},
-    {SYS_lchown, "lchown", none, 0},
-    {SYS_fchown, "fchown", 0, none},
+    {SYS_chown, "chown", kNone, 0},
+    {SYS_lchown, "lchown", kNone, 0},
+    {SYS_fchown, "fchown", 0, kNone},
     {SYS_fchownat, "fchownat", 0, 1},
     {SYS_utimensat, "utimensat", 0, 1},
-    {SYS_mkdir, "mkdir", none, 0},
+    {SYS_mkdir, "mkdir", kNone, 0},
     {SYS_mkdirat, "mkdirat", 0, 1},
-    {SYS_rmdir, "rmdir", none, 0},
-    {SYS_unlink, "unlink", none, 0},
+    {SYS_rmdir, "rmdir", kNone, 0},
+    {SYS_unlink, "unlink", kNone, 0},
     {SYS_unlinkat, "unlinkat", 0, 1},
-    {SYS_rename, "rename", none, 0, none, none, 1},
-    {SYS_renameat, "renameat", 0, 1, none, 2, 3},
-    {SYS_renameat2, "renameat2", 0, 1, none, 2, 3},
-    {SYS_link, "link", none, 0, none, none, 1},
-    {SYS_linkat, "linkat", 0, 1, none, 2, 3},
-    {SYS_symlink, "symlink", none, 1},
+    {SYS_rename, "rename", kNone, 0, kNone, kNone, 1},
+    {SYS_renameat, "renameat", 0, 1, kNone, 2, 3},
+    {SYS_renameat2, "renameat2", 0, 1, kNone, 2, 3},
+    {SYS_link, "link", kNone, 0, kNone, kNone, 1},
+    {SYS_linkat, "linkat", 0, 1, kNone, 2, 3},
+    {SYS_symlink, "symlink", kNone, 1},
     {SYS_symlinkat, "symlinkat", 1, 2},
-    {SYS_readlink, "readlink", none, 0},
+    {SYS_readlink, "readlink", kNone, 0},
     {SYS_readlinkat, "readlinkat", 0, 1},
-    {SYS_getdents64, "getdents", 0, none},
+    {SYS_getdents64, "getdents", 0, kNone},
 };
 
 sock_filter statement(std::uint16_t code, std::uint32_t value) {
@@ -113,20 +113,20 @@ sock_filter statement(std::uint16_t code, std::uint32_t value) {
 
 /// A program for the kernel: the calls of the table stop, all others pass.
 std::vector<sock_filter> makeFilter() {
-    constexpr std::uint16_t load = BPF_LD | BPF_W | BPF_ABS;
-    constexpr std::uint16_t isEqual = BPF_JMP | BPF_JEQ | BPF_K;
-    constexpr std::uint16_t answer = BPF_RET | BPF_K;
+    constexpr std::uint16_t kLoad = BPF_LD | BPF_W | BPF_ABS;
+    constexpr std::uint16_t kIsEqual = BPF_JMP | BPF_JEQ | BPF_K;
+    constexpr std::uint16_t kAnswer = BPF_RET | BPF_K;
     std::vector<sock_filter> filter = {
-        statement(load, offsetof(seccomp_data, arch)),
-        BPF_JUMP(isEqual, AUDIT_ARCH_X86_64, 1, 0),
-        statement(answer, SECCOMP_RET_ALLOW),
-        statement(load, offsetof(seccomp_data, nr)),
+        statement(kLoad, offsetof(seccomp_data, arch)),
+        BPF_JUMP(kIsEqual, AUDIT_ARCH_X86_64, 1, 0),
+        statement(kAnswer, SECCOMP_RET_ALLOW),
+        statement(kLoad, offsetof(seccomp_data, nr)),
     };
-    for (const CallShape& shape : callShapes) {
-        filter.push_back(BPF_JUMP(isEqual, static_cast<std::uint32_t>(shape.number), 0, 1));
-        filter.push_back(statement(answer, SECCOMP_RET_TRACE));
+    for (const CallShape& shape : kCallShapes) {
+        filter.push_back(BPF_JUMP(kIsEqual, static_cast<std::uint32_t>(shape.number), 0, 1));
+        filter.push_back(statement(kAnswer, SECCOMP_RET_TRACE));
     }
-    filter.push_back(statement(answer, SECCOMP_RET_ALLOW));
+    filter.push_back(statement(kAnswer, SECCOMP_RET_ALLOW));
     return filter;
 }
 
@@ -137,17 +137,17 @@ void stopAtFileCalls(std::vector<sock_filter>& filter) {
 }
 
 [[noreturn]] void workInChild(const std::function<int()>& work) {
-    constexpr int brokenStatus = 125;
-    int status = brokenStatus;
+    constexpr int kBrokenStatus = 125;
+    int status = kBrokenStatus;
     try {
         std::vector<sock_filter> filter = makeFilter();
-        ::alarm(hangSeconds);
+        ::alarm(kHangSeconds);
         require(::ptrace(PTRACE_TRACEME, 0, 0, 0) == 0, "being traced");
         ::raise(SIGSTOP);
         stopAtFileCalls(filter);
         status = work();
     } catch (...) {
-        status = brokenStatus;
+        status = kBrokenStatus;
     }
     ::_exit(status);
 }
@@ -200,9 +200,9 @@ bool isForWriting(int flags) {
 
 const CallShape* findShape(std::uint64_t number) {
     const auto* const found = std::find_if(
-        std::begin(callShapes), std::end(callShapes),
+        std::begin(kCallShapes), std::end(kCallShapes),
         [=](const CallShape& shape) { return static_cast<std::uint64_t>(shape.number) == number; });
-    return found == std::end(callShapes) ? nullptr : found;
+    return found == std::end(kCallShapes) ? nullptr : found;
 }
 
 // The C library's name for it.
@@ -211,11 +211,11 @@ using Arguments = decltype(CallInfo::seccomp.args);
 
 std::string pathOf(pid_t thread, const Arguments& arguments, int descriptor, int path) {
     const std::string name =
-        path == none ? "" : readTextOf(thread, arguments[static_cast<std::size_t>(path)]);
+        path == kNone ? "" : readTextOf(thread, arguments[static_cast<std::size_t>(path)]);
     if (!name.empty() && name.front() == '/') {
         return joined("", name);
     }
-    const int base = descriptor == none
+    const int base = descriptor == kNone
                          ? AT_FDCWD
                          : static_cast<int>(arguments[static_cast<std::size_t>(descriptor)]);
     return joined(pathOfDescriptor(thread, base), name);
@@ -223,10 +223,10 @@ std::string pathOf(pid_t thread, const Arguments& arguments, int descriptor, int
 
 FileCall describe(pid_t thread, const CallShape& shape, const Arguments& arguments) {
     FileCall call{shape.name, pathOf(thread, arguments, shape.descriptor, shape.path)};
-    if (shape.newPath != none) {
+    if (shape.newPath != kNone) {
         call.newPath = pathOf(thread, arguments, shape.newDescriptor, shape.newPath);
     }
-    if (shape.path == none) {
+    if (shape.path == kNone) {
         const auto descriptor =
             static_cast<int>(arguments[static_cast<std::size_t>(shape.descriptor)]);
         call.isOnWritable = isForWriting(flagsOfDescriptor(thread, descriptor));
@@ -263,7 +263,7 @@ void shortenCall(pid_t thread, int sizeArgument) {
     unsigned long long* const arguments[] = {&registers.rdi, &registers.rsi, &registers.rdx,
                                              &registers.r10, &registers.r8,  &registers.r9};
     unsigned long long& size = *arguments[sizeArgument];
-    size = size > 1 ? std::min<unsigned long long>(size - 1, mostShortBytes) : size;
+    size = size > 1 ? std::min<unsigned long long>(size - 1, kMostShortBytes) : size;
     setRegisters(thread, registers);
 }
 
@@ -281,7 +281,7 @@ void resume(pid_t thread, int signal, bool untilEndOfCall = false) {
 }  // namespace
 
 int TracedProcess::run(const std::function<int()>& work) {
-    constexpr int endOfCall = SIGTRAP | 0x80;
+    constexpr int kEndOfCall = SIGTRAP | 0x80;
     pendingError_ = 0;
     child_ = ::fork();
     require(child_ != -1, "making a process");
@@ -305,7 +305,7 @@ int TracedProcess::run(const std::function<int()>& work) {
             resume(thread, 0);
         } else if (status >> 16 == PTRACE_EVENT_SECCOMP) {
             judgeCall(thread);
-        } else if (WSTOPSIG(status) == endOfCall) {
+        } else if (WSTOPSIG(status) == kEndOfCall) {
             if (pendingError_ != 0) {
                 setResult(thread, -pendingError_);
                 pendingError_ = 0;
@@ -332,7 +332,7 @@ void TracedProcess::judgeCall(pid_t thread) {
     if (isOfInterest(call.path) || isOfInterest(call.newPath)) {
         Treatment treatment = judge_(call);
         if (treatment.kind == Treatment::Kind::shorten) {
-            if (shape->size != none) {
+            if (shape->size != kNone) {
                 shortenCall(thread, shape->size);
             }
             treatment = {};

@@ -27,21 +27,21 @@ namespace {
 
 namespace voInet = tessaro_com::pkm::voInet;
 
-constexpr char temporaryPrefix[] = "/tmp/Cbmgr";
-constexpr char siblingPrefix[] = "/tmp/.kvecomn-";
-constexpr char partSuffix[] = ".part";
-constexpr std::size_t fileSize = 60000;
-constexpr std::size_t oldSize = 9001;
-constexpr std::size_t partialSize = 25000;
+constexpr char kTemporaryPrefix[] = "/tmp/Cbmgr";
+constexpr char kSiblingPrefix[] = "/tmp/.kvecomn-";
+constexpr char kPartSuffix[] = ".part";
+constexpr std::size_t kFileSize = 60000;
+constexpr std::size_t kOldSize = 9001;
+constexpr std::size_t kPartialSize = 25000;
 /// What the library compares before a resume.
-constexpr std::size_t comparedSize = 1024;
+constexpr std::size_t kComparedSize = 1024;
 
 std::atomic<std::size_t> drawnNumbers{0};
 
 /// The process that the names belong to: the one that the test began in, also in its children.
 pid_t owner() {
-    static const pid_t process = ::getpid();
-    return process;
+    static const pid_t kProcess = ::getpid();
+    return kProcess;
 }
 
 struct Sink : voInet::CNetSessionSink {
@@ -90,12 +90,12 @@ std::optional<std::string> contentOf(const std::string& path) {
 
 long TemporaryNames::numberAt(std::size_t index) {
     // Process ids have 22 bits at most, random numbers 31.
-    constexpr int bitsOfIndex = 9;
-    return static_cast<long>(owner()) << bitsOfIndex | static_cast<long>(index);
+    constexpr int kBitsOfIndex = 9;
+    return static_cast<long>(owner()) << kBitsOfIndex | static_cast<long>(index);
 }
 
 std::string TemporaryNames::at(std::size_t index) {
-    return temporaryPrefix + std::to_string(numberAt(index));
+    return kTemporaryPrefix + std::to_string(numberAt(index));
 }
 
 void TemporaryNames::startOver() {
@@ -104,7 +104,7 @@ void TemporaryNames::startOver() {
 
 std::vector<std::string> TemporaryNames::existing() {
     std::vector<std::string> found;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < kCount; ++i) {
         if (std::filesystem::symlink_status(at(i)).type() !=
             std::filesystem::file_type::not_found) {
             found.push_back(at(i));
@@ -121,16 +121,16 @@ void TemporaryNames::removeAll() {
 
 /// Lives in memory that a child process shares with its parent.
 struct Site::SharedReport {
-    static constexpr std::size_t mostText = 8192;
+    static constexpr std::size_t kMostText = 8192;
 
     bool isComplete;
     int result;
     int descriptorsLeft;
     std::size_t textSize;
-    char text[mostText];  // error lines, each with its end
+    char text[kMostText];  // error lines, each with its end
 
     void addLine(const std::string& line) {
-        const std::size_t size = std::min(line.size(), mostText - textSize - 1);
+        const std::size_t size = std::min(line.size(), kMostText - textSize - 1);
         std::memcpy(text + textSize, line.data(), size);
         textSize += size;
         text[textSize++] = '\n';
@@ -138,8 +138,8 @@ struct Site::SharedReport {
 };
 
 Site::Site()
-    : file_(numberedText(fileSize, ',')),
-      old_(numberedText(oldSize, ';')),
+    : file_(numberedText(kFileSize, ',')),
+      old_(numberedText(kOldSize, ';')),
       http_(file_),
       ftp_(FtpSite{{{"file", file_}}}),
       report_(
@@ -147,7 +147,7 @@ Site::Site()
                                             MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
     require(report_ != MAP_FAILED, "sharing memory");
     directory_.write("repository/file", file_);
-    directory_.write("request", numberedText(oldSize, '.'));
+    directory_.write("request", numberedText(kOldSize, '.'));
     TemporaryNames::removeAll();
     // Here once, and not in every child process.
     curl_global_init(CURL_GLOBAL_DEFAULT);
@@ -187,9 +187,9 @@ Site::Transfer Site::httpReplacing() {
 }
 
 Site::Transfer Site::httpResumed() {
-    return library("http resumed", file_.substr(0, partialSize), [](const Site& site) {
+    return library("http resumed", file_.substr(0, kPartialSize), [](const Site& site) {
         return site.download(voInet::voInetProtocolHttp, site.http_.hostAndPort(),
-                             partialSize - comparedSize);
+                             kPartialSize - kComparedSize);
     });
 }
 
@@ -201,10 +201,10 @@ Site::Transfer Site::ftpReplacing() {
 }
 
 Site::Transfer Site::ftpResumed() {
-    return library("ftp resumed", file_.substr(0, partialSize), [](const Site& site) {
+    return library("ftp resumed", file_.substr(0, kPartialSize), [](const Site& site) {
         return site.download(voInet::voInetProtocolFtp,
                              "127.0.0.1:" + std::to_string(site.ftp_.port()),
-                             partialSize - comparedSize);
+                             kPartialSize - kComparedSize);
     });
 }
 
@@ -261,7 +261,7 @@ void Site::prepareDestination(const Transfer& transfer) {
         directory_.write("destination", *transfer.before);
     }
     if (transfer.isResumed) {
-        directory_.write(std::string("destination") + partSuffix, file_.substr(0, partialSize));
+        directory_.write(std::string("destination") + kPartSuffix, file_.substr(0, kPartialSize));
     }
     *report_ = SharedReport{};
     TemporaryNames::startOver();
@@ -279,11 +279,11 @@ TransferReport Site::report() const {
 }
 
 std::vector<std::string> Site::roots() const {
-    return {directory_.path().string() + "/", temporaryPrefix, siblingPrefix};
+    return {directory_.path().string() + "/", kTemporaryPrefix, kSiblingPrefix};
 }
 
 void Site::noteWritten(const std::string& path) {
-    if (path.find(siblingPrefix) == 0) {
+    if (path.find(kSiblingPrefix) == 0) {
         temporarySiblings_.insert(path);
     }
 }
@@ -326,8 +326,8 @@ int Site::runCommand(const std::vector<std::string>& words) const {
     ::setenv("LD_PRELOAD", VOINET_COMMAND_NAMES, 1);
     ::setenv("VOINET_TEST_FIRST_NUMBER", std::to_string(TemporaryNames::numberAt(0)).c_str(), 1);
     ::execv(pointers.front(), pointers.data());
-    constexpr int notFound = 127;
-    return notFound;
+    constexpr int kNotFound = 127;
+    return kNotFound;
 }
 
 int Site::download(int protocol, const std::string& hostAndPort, long offset) const {
@@ -366,7 +366,7 @@ int Site::post() const {
 // Takes the place of the C library's for the whole program; see TemporaryNames.
 extern "C" long random() noexcept {
     using voinettest::TemporaryNames;
-    return TemporaryNames::numberAt(voinettest::drawnNumbers++ % TemporaryNames::count);
+    return TemporaryNames::numberAt(voinettest::drawnNumbers++ % TemporaryNames::kCount);
 }
 
 // The system's declarations have reserved names for their parameters.
@@ -383,8 +383,8 @@ extern "C" int listen(int socket, int backlog) noexcept {
 // The same: after the reply to EPSV libcurl waits 200 milliseconds for nothing. It looks again
 // whenever a wait ends.
 extern "C" int poll(pollfd* descriptors, nfds_t count, int timeout) {
-    constexpr int longestWait = 2;
-    const int wait = timeout < 0 ? longestWait : std::min(timeout, longestWait);
+    constexpr int kLongestWait = 2;
+    const int wait = timeout < 0 ? kLongestWait : std::min(timeout, kLongestWait);
     const timespec time = {0, wait * 1'000'000L};
     return static_cast<int>(::syscall(SYS_ppoll, descriptors, count, &time, nullptr, 0));
 }

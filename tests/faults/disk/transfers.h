@@ -34,7 +34,7 @@ struct TransferReport {
 /// processes never meet and a test knows the names beforehand.
 class TemporaryNames {
   public:
-    static constexpr std::size_t count = 64;
+    static constexpr std::size_t kCount = 64;
 
     static std::string at(std::size_t index);
     static long numberAt(std::size_t index);

@@ -37,11 +37,11 @@ constexpr long kResidentSlack = 2L << 20;
 /// Begins the names of the files that the host library makes beside the ones it replaces.
 std::string siblingMark() {
     const auto process = static_cast<std::uint32_t>(::getpid());
-    constexpr char digits[] = "0123456789abcdef";
+    constexpr char kDigits[] = "0123456789abcdef";
     std::string mark = ".kvecomn-";
     const auto* bytes = reinterpret_cast<const unsigned char*>(&process);
     for (std::size_t i = 0; i < sizeof process; ++i) {
-        mark += {digits[bytes[i] >> 4U], digits[bytes[i] & 0xfU]};
+        mark += {kDigits[bytes[i] >> 4U], kDigits[bytes[i] & 0xfU]};
     }
     return mark;
 }
@@ -97,7 +97,7 @@ std::vector<std::string> growth(const Gauge& before, const Gauge& after) {
         long Gauge::*value;
         long slack;
     };
-    constexpr Row rows[] = {
+    constexpr Row kRows[] = {
         {"descriptors", &Gauge::descriptors, 0},
         {"files", &Gauge::files, 0},
         {"pieces of memory", &Gauge::pieces, 0},
@@ -105,7 +105,7 @@ std::vector<std::string> growth(const Gauge& before, const Gauge& after) {
         {"resident bytes", &Gauge::residentBytes, kResidentSlack},
     };
     std::vector<std::string> found;
-    for (const Row& row : rows) {
+    for (const Row& row : kRows) {
         const long more = after.*row.value - before.*row.value;
         if (more > row.slack) {
             found.push_back(std::to_string(more) + " more " + row.what);

@@ -32,12 +32,12 @@ class LoadGauge : public testing::Test {
 
 /// The name of a file that the host library would make beside /tmp/Cbmgr...
 std::string siblingName() {
-    constexpr char digits[] = "0123456789abcdef";
+    constexpr char kDigits[] = "0123456789abcdef";
     std::array<unsigned char, 16> bytes{};
     EXPECT_EQ(::getrandom(bytes.data(), bytes.size(), 0), 16);
     std::string name = "/tmp/.kvecomn-";
     for (const unsigned char byte : bytes) {
-        name += {digits[byte >> 4U], digits[byte & 0xfU]};
+        name += {kDigits[byte >> 4U], kDigits[byte & 0xfU]};
     }
     return name;
 }
@@ -85,19 +85,19 @@ TEST_F(LoadGauge, OneHandleOfCurl_Shows) {
 }
 
 TEST_F(LoadGauge, MemoryOfC_Shows) {
-    constexpr std::size_t count = 3000;
-    constexpr std::size_t size = 24;
-    std::array<void*, count> kept{};
+    constexpr std::size_t kCount = 3000;
+    constexpr std::size_t kSize = 24;
+    std::array<void*, kCount> kept{};
     const Gauge before = now();
     for (void*& each : kept) {
-        each = std::malloc(size);
+        each = std::malloc(kSize);
     }
     const Gauge after = now();
     for (void* each : kept) {
         std::free(each);
     }
 
-    EXPECT_GE(after.heapBytes - before.heapBytes, static_cast<long>(count * size));
+    EXPECT_GE(after.heapBytes - before.heapBytes, static_cast<long>(kCount * kSize));
     EXPECT_THAT(growth(before, after), Contains(HasSubstr("more bytes of the heap")));
     EXPECT_THAT(growth(before, now()), IsEmpty());
 }

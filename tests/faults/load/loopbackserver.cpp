@@ -247,7 +247,7 @@ class FtpTalk {
     }
 
     static std::string usualReply(const std::string& word) {
-        static constexpr std::array<std::array<const char*, 2>, 5> usual{{
+        static constexpr std::array<std::array<const char*, 2>, 5> kUsual{{
             {"USER", "331 Password, please"},
             {"PASS", "230 Logged on"},
             {"PWD", "257 \"/\" is the directory"},
@@ -255,8 +255,8 @@ class FtpTalk {
             {"QUIT", "221 Bye"},
         }};
         const auto* const found = std::find_if(
-            usual.begin(), usual.end(), [&word](const auto& each) { return word == each[0]; });
-        return found == usual.end() ? "500 What?" : (*found)[1];
+            kUsual.begin(), kUsual.end(), [&word](const auto& each) { return word == each[0]; });
+        return found == kUsual.end() ? "500 What?" : (*found)[1];
     }
 
     std::string pathOf(const std::string& name) const { return m_folder + "/" + name; }
@@ -299,14 +299,14 @@ class FtpTalk {
 }  // namespace
 
 std::string contentOf(const std::string& path) {
-    constexpr std::size_t smallest = 3000;
-    constexpr std::size_t variety = 2000;
+    constexpr std::size_t kSmallest = 3000;
+    constexpr std::size_t kVariety = 2000;
     // The same on every platform, unlike std::hash.
     std::uint32_t sum = 0;
     for (const char each : path) {
         sum = sum * 31 + static_cast<unsigned char>(each);
     }
-    return wire::makeBody(smallest + sum % variety, sum);
+    return wire::makeBody(kSmallest + sum % kVariety, sum);
 }
 
 LoopbackServer::LoopbackServer() {

@@ -10,15 +10,15 @@
 
 namespace voinettest {
 
-inline constexpr std::size_t manyFilesCount = 8;
+inline constexpr std::size_t kManyFilesCount = 8;
 
 inline std::string manyFilesName(std::size_t number) {
     return "file-" + std::to_string(number) + ".bin";
 }
 
 inline std::string manyFilesContent(std::size_t number) {
-    constexpr std::size_t step = 40'007;
-    return tessaro_com::pkm::voInet::wire::makeBody((number + 1) * step, number * step);
+    constexpr std::size_t kStep = 40'007;
+    return tessaro_com::pkm::voInet::wire::makeBody((number + 1) * kStep, number * kStep);
 }
 
 /// Each second one.

@@ -55,9 +55,9 @@ TEST(ManyObjects, ThousandAlive_KeepTheirSettingsApart) {
     const wire::LogCapture log;
     std::vector<wire::TransferPtr> objects;
     for (std::size_t number = 0; number < kObjects; ++number) {
-        constexpr voInetProtocol protocols[] = {voInetProtocolHttp, voInetProtocolFtp,
-                                                voInetProtocolLocal, voInetProtocolUnc};
-        objects.push_back(wire::makeTransfer(protocols[number % 4]));
+        constexpr voInetProtocol kProtocols[] = {voInetProtocolHttp, voInetProtocolFtp,
+                                                 voInetProtocolLocal, voInetProtocolUnc};
+        objects.push_back(wire::makeTransfer(kProtocols[number % 4]));
         const std::wstring text = L"text-" + std::to_wstring(number);
         for (const voInetOption option :
              {voInetOptionUser, voInetOptionPassword, voInetOptionRelativePath}) {

@@ -18,7 +18,7 @@
 namespace voinettest {
 namespace {
 
-constexpr std::size_t processCount = 64;
+constexpr std::size_t kProcessCount = 64;
 
 /// nginx with room for all of them at once.
 class CrowdedServer {
@@ -36,7 +36,7 @@ class CrowdedServer {
     static std::vector<std::string> prepare(const ServerDirectory& directory,
                                             const ReservedPort& port) {
         directory.write("files/SiteStat.xml", "<site/>");
-        for (std::size_t number = 0; number < manyFilesCount; ++number) {
+        for (std::size_t number = 0; number < kManyFilesCount; ++number) {
             directory.write("files/" + manyFilesName(number), manyFilesContent(number));
         }
         const std::string path = directory.path();
@@ -98,7 +98,7 @@ TEST(ManyProcesses, SixtyFourAtOnce_EachGetsItsFilesWholeAndAlone) {
     const TemporaryDirectory directory;
     Gate gate;
     std::vector<std::unique_ptr<Process>> processes;
-    for (std::size_t number = 0; number < processCount; ++number) {
+    for (std::size_t number = 0; number < kProcessCount; ++number) {
         const auto folder = directory.path() / std::to_string(number);
         std::filesystem::create_directory(folder);
         processes.push_back(
@@ -110,16 +110,16 @@ TEST(ManyProcesses, SixtyFourAtOnce_EachGetsItsFilesWholeAndAlone) {
 
     gate.open();
 
-    for (std::size_t number = 0; number < processCount; ++number) {
+    for (std::size_t number = 0; number < kProcessCount; ++number) {
         EXPECT_EQ(processes[number]->wait(), 0) << processes[number]->standardError();
         const auto folder = directory.path() / std::to_string(number);
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), manyFilesCount)
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), kManyFilesCount)
             << "nothing lies beside the files";
     }
     // A check and a transfer for each resumed file, and nobody started over.
-    const std::size_t resumed = manyFilesCount / 2;
-    EXPECT_NO_THROW(server.awaitAnswers(206, processCount * resumed * 2));
-    EXPECT_NO_THROW(server.awaitAnswers(200, processCount * (manyFilesCount - resumed + 1)));
+    const std::size_t resumed = kManyFilesCount / 2;
+    EXPECT_NO_THROW(server.awaitAnswers(206, kProcessCount * resumed * 2));
+    EXPECT_NO_THROW(server.awaitAnswers(200, kProcessCount * (kManyFilesCount - resumed + 1)));
 }
 
 }  // namespace voinettest

@@ -121,10 +121,10 @@ bool isRight(Ending ending, const std::string& local, const std::string& content
 }  // namespace
 
 void preferMemory() {
-    constexpr const char* memory = "/dev/shm";
-    constexpr int keep = 0;
-    if (::access(memory, W_OK | X_OK) == 0) {
-        ::setenv("TMPDIR", memory, keep);
+    constexpr const char* kMemory = "/dev/shm";
+    constexpr int kEep = 0;
+    if (::access(kMemory, W_OK | X_OK) == 0) {
+        ::setenv("TMPDIR", kMemory, kEep);
     }
 }
 
@@ -190,8 +190,8 @@ void CopySeries::run(std::size_t number) {
         m_transfer = wire::makeTransfer(voInetProtocolLocal);
         set(*m_transfer, voInetOptionRelativePath, utf8_to_unicode(m_folder));
     }
-    constexpr Ending endings[] = {Ending::whole, Ending::cancelled, Ending::missing};
-    const Ending ending = endings[number % std::size(endings)];
+    constexpr Ending kEndings[] = {Ending::whole, Ending::cancelled, Ending::missing};
+    const Ending ending = kEndings[number % std::size(kEndings)];
     const std::string name = (ending == Ending::missing ? "missing-" : "") + nameOf(number);
     StoppingSink stopping;
     bool resume = false;
@@ -223,10 +223,10 @@ void ExchangeSeries::run(std::size_t number) {
         const char* prefix;
         voInetError result;
     };
-    constexpr Outcome outcomes[] = {{"/", voInetErrorPackageReceived},
-                                    {"/busy-", voInetErrorServerBusy},
-                                    {"/missing-", voInetErrorFileNotFound}};
-    const Outcome& outcome = outcomes[number % std::size(outcomes)];
+    constexpr Outcome kOutcomes[] = {{"/", voInetErrorPackageReceived},
+                                     {"/busy-", voInetErrorServerBusy},
+                                     {"/missing-", voInetErrorFileNotFound}};
+    const Outcome& outcome = kOutcomes[number % std::size(kOutcomes)];
     const std::string path = outcome.prefix + nameOf(number);
     const voInetError result =
         m_transfer->UploadFileResponse(utf8_to_unicode(m_requestFile), utf8_to_unicode(path),

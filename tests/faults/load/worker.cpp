@@ -51,9 +51,9 @@ void download(voInet::TransferItf& transfer, const std::string& folder, std::siz
     if (isResumed(number)) {
         // What is not fetched again stays as it is, so that it shows when it is.
         const std::size_t kept = content.size() / 2;
-        constexpr std::size_t compared = 1024;
+        constexpr std::size_t kCompared = 1024;
         expected.replace(0, kept, kept, 'x');
-        write(local, expected.substr(0, kept + compared));
+        write(local, expected.substr(0, kept + kCompared));
         offset = static_cast<long>(kept);
     }
     bool resume = offset > 0;
@@ -79,7 +79,7 @@ void work(const std::string& host, const std::string& folder, const std::string&
     transfer->SetOption(voInet::voInetOptionHostNetBios, voInet::utf8_to_unicode(host));
     awaitGate(gate);
     require(transfer->Logon(false, 0) == voInet::voInetErrorSuccess, "the logon failed");
-    for (std::size_t number = 0; number < manyFilesCount; ++number) {
+    for (std::size_t number = 0; number < kManyFilesCount; ++number) {
         download(*transfer, folder, number);
     }
 }

@@ -330,8 +330,8 @@ std::vector<FtpFault> makeFtpFaults() {
 }  // namespace
 
 const std::vector<FtpFault>& ftpFaults() {
-    static const std::vector<FtpFault> faults = makeFtpFaults();
-    return faults;
+    static const std::vector<FtpFault> kFaults = makeFtpFaults();
+    return kFaults;
 }
 
 FtpSession wellSession(const FtpTransfer& transfer) {

@@ -202,67 +202,68 @@ std::vector<HttpFault> makeHttpFaults() {
     using httpflag::kProxyUser;
     using httpflag::kUncertain;
     using httpflag::kUser;
-    constexpr auto close = Ending::close;
-    constexpr auto reset = Ending::reset;
-    constexpr auto silence = Ending::silence;
+    constexpr auto kClose = Ending::close;
+    constexpr auto kReset = Ending::reset;
+    constexpr auto kSilence = Ending::silence;
     const auto none = [](const E&) { return std::string(); };
     return {
-        {"none", "no fault", wellBytes, close, well},
-        {"refused", "no connection", none, close,
+        {"none", "no fault", wellBytes, kClose, well},
+        {"refused", "no connection", none, kClose,
          [](const E&, Client) {
              return Reach{voInetErrorTransferFailed, 0, {}, 0};
          },
          0, nullptr, Whereabouts::refusing},
-        {"silent-host", "no connection", none, close,
+        {"silent-host", "no connection", none, kClose,
          [](const E&, Client) {
              return Reach{voInetErrorTimeout, 0, {}, 0};
          },
          0, nullptr, Whereabouts::silent},
-        {"unknown-name", "no connection", none, close,
+        {"unknown-name", "no connection", none, kClose,
          [](const E&, Client) {
              return Reach{voInetErrorHostNotResolved, 0, {}, 0};
          },
          0, nullptr, Whereabouts::nameless},
 
-        {"closed-without-answer", "connection closed", none, close, nothing},
+        {"closed-without-answer", "connection closed", none, kClose, nothing},
         {"cut-in-status-line", "connection closed",
          [](const E& e) { return cut(std::string(kStatusLine, sizeof kStatusLine - 2), e, 1); },
-         close, nothing},
+         kClose, nothing},
         {"cut-in-headers", "connection closed",
-         [](const E& e) { return kStatusLine + cut("X-First: 1\r\nContent-Le", e); }, close,
+         [](const E& e) { return kStatusLine + cut("X-First: 1\r\nContent-Le", e); }, kClose,
          emptyAnswer200, kMayBeSeen, kHeaderCut},
         {"cut-behind-length", "connection closed",
          [](const E& e) { return kStatusLine + length(7) + "\r\n" + cut("X-Last: 1\r\n\r", e); },
-         close, only200},
-        {"cut-behind-head", "connection closed", headOf, close, headOnlyReach},
+         kClose, only200},
+        {"cut-behind-head", "connection closed", headOf, kClose, headOnlyReach},
         {"cut-in-body", "connection closed", [](const E& e) { return headOf(e) + cutBody(e); },
-         close, cutReach},
+         kClose, cutReach},
         {"cut-before-last-byte", "connection closed",
-         [](const E& e) { return headOf(e) + allButOne(e); }, close, allButOneReach},
+         [](const E& e) { return headOf(e) + allButOne(e); }, kClose, allButOneReach},
         {"cut-without-length", "connection closed",
-         [](const E& e) { return headWith(e, {}) + cutBody(e); }, close,
+         [](const E& e) { return headWith(e, {}) + cutBody(e); }, kClose,
          [](const E& e, Client) {
              return Reach{voInetErrorSuccess, e.status, cutBody(e)};
          },
          0, kNoLength},
 
-        {"reset-without-answer", "connection reset", none, reset, nothing, kUncertain},
+        {"reset-without-answer", "connection reset", none, kReset, nothing, kUncertain},
         {"reset-in-status-line", "connection reset",
-         [](const E& e) { return cut(kStatusLine, e, 1); }, reset, nothing, kUncertain},
+         [](const E& e) { return cut(kStatusLine, e, 1); }, kReset, nothing, kUncertain},
         {"reset-in-headers", "connection reset",
-         [](const E& e) { return kStatusLine + cut("X-First: 1\r\nContent-Le", e); }, reset,
+         [](const E& e) { return kStatusLine + cut("X-First: 1\r\nContent-Le", e); }, kReset,
          nothing, kUncertain},
         {"reset-in-body", "connection reset",
-         [](const E& e) { return headWith(e, {length(e.body.size() + 1)}) + cutBody(e); }, reset,
+         [](const E& e) { return headWith(e, {length(e.body.size() + 1)}) + cutBody(e); }, kReset,
          [](const E& e, Client) { return broken(e.status, cutBody(e)); }, kUncertain},
         {"reset-before-last-byte", "connection reset",
-         [](const E& e) { return headWith(e, {length(e.body.size() + 1)}) + e.body; }, reset,
+         [](const E& e) { return headWith(e, {length(e.body.size() + 1)}) + e.body; }, kReset,
          wholeBodyButBroken, kUncertain},
 
-        {"silence-before-answer", "silence", none, silence, timedOut},
+        {"silence-before-answer", "silence", none, kSilence, timedOut},
         {"silence-in-head", "silence",
-         [](const E& e) { return cut(kStatusLine + length(7) + "\r\n", e, 1); }, silence, timedOut},
-        {"silence-in-body", "silence", [](const E& e) { return headOf(e) + cutBody(e); }, silence,
+         [](const E& e) { return cut(kStatusLine + length(7) + "\r\n", e, 1); }, kSilence,
+         timedOut},
+        {"silence-in-body", "silence", [](const E& e) { return headOf(e) + cutBody(e); }, kSilence,
          timedOutInBody},
         {"silence-below-limit", "silence", wellBytes, Ending::pause, well},
         {"silence-beyond-limit", "silence", wellBytes, Ending::longPause, timedOutInTheMiddle},
@@ -276,45 +277,45 @@ std::vector<HttpFault> makeHttpFaults() {
         {"in-pieces", "small pieces", wellBytes, Ending::pieces, well},
 
         {"length-too-long", "wrong length",
-         [](const E& e) { return headWith(e, {length(e.body.size() + 1)}) + e.body; }, close,
+         [](const E& e) { return headWith(e, {length(e.body.size() + 1)}) + e.body; }, kClose,
          wholeBodyButBroken},
         {"length-too-short", "wrong length",
-         [](const E& e) { return headWith(e, {length(cutBody(e).size())}) + e.body; }, close,
+         [](const E& e) { return headWith(e, {length(cutBody(e).size())}) + e.body; }, kClose,
          [](const E& e, Client) {
              return Reach{voInetErrorSuccess, e.status, cutBody(e)};
          },
          0, kAnnounced},
         {"length-negative", "wrong length",
-         [](const E& e) { return headWith(e, {"Content-Length: -1"}) + e.body; }, close,
+         [](const E& e) { return headWith(e, {"Content-Length: -1"}) + e.body; }, kClose,
          onlyStatus},
         {"length-no-number", "wrong length",
-         [](const E& e) { return headWith(e, {"Content-Length: many"}) + e.body; }, close,
+         [](const E& e) { return headWith(e, {"Content-Length: many"}) + e.body; }, kClose,
          onlyStatus},
         {"length-largest", "wrong length",
          [](const E& e) { return headWith(e, {"Content-Length: 9223372036854775807"}) + e.body; },
-         close, wholeBodyButBroken},
+         kClose, wholeBodyButBroken},
         {"length-beyond-64-bits", "wrong length",
          [](const E& e) { return headWith(e, {"Content-Length: 99999999999999999999"}) + e.body; },
-         close, well},
+         kClose, well},
         {"without-length", "wrong length", [](const E& e) { return headWith(e, {}) + e.body; },
-         close, well},
+         kClose, well},
 
-        {"chunked", "chunks", [](const E& e) { return chunkedHead(e) + chunkedBody(e); }, close,
+        {"chunked", "chunks", [](const E& e) { return chunkedHead(e) + chunkedBody(e); }, kClose,
          well},
-        {"chunks-cut", "chunks", [](const E& e) { return chunkedHead(e) + openChunks(e); }, close,
+        {"chunks-cut", "chunks", [](const E& e) { return chunkedHead(e) + openChunks(e); }, kClose,
          wholeBodyButBroken},
         {"chunks-cut-in-size", "chunks",
-         [](const E& e) { return chunkedHead(e) + openChunks(e) + "4"; }, close,
+         [](const E& e) { return chunkedHead(e) + openChunks(e) + "4"; }, kClose,
          wholeBodyButBroken},
         {"chunks-garbage-size", "chunks",
-         [](const E& e) { return chunkedHead(e) + "no size\r\n" + e.body; }, close, onlyStatus},
+         [](const E& e) { return chunkedHead(e) + "no size\r\n" + e.body; }, kClose, onlyStatus},
         {"chunks-negative-size", "chunks",
-         [](const E& e) { return chunkedHead(e) + "-1\r\n" + e.body; }, close, onlyStatus},
+         [](const E& e) { return chunkedHead(e) + "-1\r\n" + e.body; }, kClose, onlyStatus},
         {"chunks-huge-size", "chunks",
-         [](const E& e) { return chunkedHead(e) + "fffffffffffffffffff\r\n" + e.body; }, close,
+         [](const E& e) { return chunkedHead(e) + "fffffffffffffffffff\r\n" + e.body; }, kClose,
          onlyStatus},
         {"chunk-longer-than-it-says", "chunks",
-         [](const E& e) { return chunkedHead(e) + "1\r\n" + firstByte(e) + "garbage\r\n"; }, close,
+         [](const E& e) { return chunkedHead(e) + "1\r\n" + firstByte(e) + "garbage\r\n"; }, kClose,
          firstByteReach, kUncertain},
 
         {"other-range", "ranges",
@@ -323,7 +324,7 @@ std::vector<HttpFault> makeHttpFaults() {
              other.body = otherPart(e);
              return wellBytes(other);
          },
-         close,
+         kClose,
          [](const E& e, Client) {
              return Reach{voInetErrorSuccess, e.status, otherPart(e)};
          },
@@ -334,7 +335,7 @@ std::vector<HttpFault> makeHttpFaults() {
              other.contentRange = "bytes 7-8/9";
              return wellBytes(other);
          },
-         close, well},
+         kClose, well},
         {"part-for-whole", "ranges",
          [](const E& e) {
              E part = e;
@@ -342,89 +343,89 @@ std::vector<HttpFault> makeHttpFaults() {
              part.body = cutBody(e);
              return wellBytes(part);
          },
-         close,
+         kClose,
          [](const E& e, Client) {
              return Reach{voInetErrorSuccess, 206, cutBody(e)};
          },
          0, kOtherRange},
         {"whole-for-range", "ranges", [](const E& e) { return wellBytes(wellAnswer(e.file, {})); },
-         close,
+         kClose,
          [](const E& e, Client) {
              return Reach{voInetErrorSuccess, 200, e.file};
          },
          0, kWholeForPart},
-        {"not-satisfiable", "ranges", statusBytes<416>, close, statusReach<416>},
-        {"not-satisfiable-empty", "ranges", [](const E&) { return wire::reply(416); }, close,
+        {"not-satisfiable", "ranges", statusBytes<416>, kClose, statusReach<416>},
+        {"not-satisfiable-empty", "ranges", [](const E&) { return wire::reply(416); }, kClose,
          [](const E&, Client) {
              return Reach{voInetErrorSuccess, 416, {}};
          }},
 
         {"redirect-five-times", "redirects", [](const E& e) { return redirectsUpTo(kMostHops, e); },
-         close,
+         kClose,
          [](const E& e, Client c) {
              return c == Client::plain ? Reach{voInetErrorSuccess, 302, "moved"}
                                        : Reach{voInetErrorSuccess, e.status, e.body, kMostHops + 1};
          },
          kManySteps, kErrorPage},
         {"redirect-six-times", "redirects",
-         [](const E& e) { return redirectsUpTo(kMostHops + 1, e); }, close, endlessRedirects,
+         [](const E& e) { return redirectsUpTo(kMostHops + 1, e); }, kClose, endlessRedirects,
          kManySteps, kErrorPage},
-        {"redirect-loop", "redirects", [](const E&) { return redirectTo("/hop1"); }, close,
+        {"redirect-loop", "redirects", [](const E&) { return redirectTo("/hop1"); }, kClose,
          endlessRedirects, kManySteps, kErrorPage},
         {"redirect-to-https", "redirects",
-         [](const E& e) { return redirectTo("https://" + e.otherServer + "/f"); }, close,
+         [](const E& e) { return redirectTo("https://" + e.otherServer + "/f"); }, kClose,
          refusedRedirect, kManySteps, kErrorPage},
         {"redirect-to-ftp", "redirects",
-         [](const E& e) { return redirectTo("ftp://" + e.otherServer + "/f"); }, close,
+         [](const E& e) { return redirectTo("ftp://" + e.otherServer + "/f"); }, kClose,
          refusedRedirect, kManySteps, kErrorPage},
         {"redirect-to-file", "redirects",
-         [](const E&) { return redirectTo("file:///proc/self/status"); }, close, refusedRedirect,
+         [](const E&) { return redirectTo("file:///proc/self/status"); }, kClose, refusedRedirect,
          kManySteps, kErrorPage},
         {"redirect-to-other-host", "redirects",
-         [](const E& e) { return redirectTo("http://" + e.otherServer + "/hop1"); }, close,
+         [](const E& e) { return redirectTo("http://" + e.otherServer + "/hop1"); }, kClose,
          [](const E& e, Client c) {
              return c == Client::plain ? Reach{voInetErrorSuccess, 302, "moved"} : well(e, c);
          },
          kManySteps | kDirectOnly, kErrorPage},
         {"redirect-to-nowhere", "redirects", [](const E&) { return wire::reply(302, "moved"); },
-         close,
+         kClose,
          [](const E&, Client) {
              return Reach{voInetErrorSuccess, 302, "moved"};
          },
          0, kErrorPage},
 
-        {"no-http", "garbage", [](const E&) { return std::string("SSH-2.0-Something\r\n"); }, close,
-         nothing},
+        {"no-http", "garbage", [](const E&) { return std::string("SSH-2.0-Something\r\n"); },
+         kClose, nothing},
         {"status-no-number", "garbage",
-         [](const E&) { return std::string("HTTP/1.1 abc\r\n\r\n"); }, close, nothing},
+         [](const E&) { return std::string("HTTP/1.1 abc\r\n\r\n"); }, kClose, nothing},
         {"status-of-two-digits", "garbage",
-         [](const E&) { return std::string("HTTP/1.1 20\r\n\r\n"); }, close, nothing},
+         [](const E&) { return std::string("HTTP/1.1 20\r\n\r\n"); }, kClose, nothing},
         {"status-of-four-digits", "garbage",
-         [](const E&) { return std::string("HTTP/1.1 2000 OK\r\n\r\n"); }, close, nothing},
+         [](const E&) { return std::string("HTTP/1.1 2000 OK\r\n\r\n"); }, kClose, nothing},
         {"unknown-version", "garbage",
-         [](const E&) { return std::string("HTTP/9.9 200 OK\r\n\r\nbody"); }, close, nothing},
+         [](const E&) { return std::string("HTTP/9.9 200 OK\r\n\r\nbody"); }, kClose, nothing},
         {"zero-byte-in-header", "garbage",
          [](const E& e) {
              return kStatusLine + std::string("X: a\0b\r\n", 8) + length(e.body.size()) +
                     "\r\n\r\n" + e.body;
          },
-         close, only200},
+         kClose, only200},
         {"header-without-colon", "garbage",
          [](const E& e) {
              return headWith(e, {"no colon", length(e.body.size())}) + e.body;
          },
-         close, onlyStatus},
+         kClose, onlyStatus},
         {"headers-of-200-kib", "large headers",
          [](const E& e) {
              return headWith(e, std::vector<std::string>(200, "X: " + std::string(1000, 'x'))) +
                     e.body;
          },
-         close, well},
-        {"headers-of-1-mib", "large headers", [](const E&) { return endlessHeaders(); }, close,
+         kClose, well},
+        {"headers-of-1-mib", "large headers", [](const E&) { return endlessHeaders(); }, kClose,
          nothing},
         {"header-line-of-1-mib", "large headers",
          [](const E&) { return kStatusLine + ("X: " + std::string(kMiB, 'x')) + "\r\n\r\n"; },
-         close,
+         kClose,
          [](const E&, Client) {
              return Reach{voInetErrorOutOfMemory, 0, {}};
          }},
@@ -437,44 +438,44 @@ std::vector<HttpFault> makeHttpFaults() {
              }
              return bytes + wellBytes(e);
          },
-         close, well},
+         kClose, well},
         {"only-interim-answers", "interim answers",
-         [](const E& e) { return e.place % 2 == 0 ? replyHead(100) : replyHead(103); }, close,
+         [](const E& e) { return e.place % 2 == 0 ? replyHead(100) : replyHead(103); }, kClose,
          nothing},
 
         {"encoded-unasked", "encodings",
          [](const E& e) {
              return headWith(e, {"Content-Encoding: gzip", length(e.body.size())}) + e.body;
          },
-         close, well},
+         kClose, well},
 
-        {"status-204", "statuses", [](const E&) { return replyHead(204); }, close,
+        {"status-204", "statuses", [](const E&) { return replyHead(204); }, kClose,
          [](const E&, Client) {
              return Reach{voInetErrorSuccess, 204, {}};
          },
          0, kErrorPage},
-        {"status-304", "statuses", [](const E&) { return replyHead(304); }, close,
+        {"status-304", "statuses", [](const E&) { return replyHead(304); }, kClose,
          [](const E&, Client) {
              return Reach{voInetErrorSuccess, 304, {}};
          },
          0, kErrorPage},
-        {"status-400", "statuses", statusBytes<400>, close, statusReach<400>, 0, kErrorPage},
-        {"status-401", "statuses", statusBytes<401>, close, statusReach<401>},
-        {"status-403", "statuses", statusBytes<403>, close, statusReach<403>},
-        {"status-404", "statuses", statusBytes<404>, close, statusReach<404>},
-        {"status-407", "statuses", statusBytes<407>, close, statusReach<407>},
-        {"status-410", "statuses", statusBytes<410>, close, statusReach<410>},
-        {"status-500", "statuses", statusBytes<500>, close, statusReach<500>},
-        {"status-502", "statuses", statusBytes<502>, close, statusReach<502>},
-        {"status-503", "statuses", statusBytes<503>, close, statusReach<503>},
-        {"status-506", "statuses", statusBytes<506>, close, statusReach<506>},
-        {"status-999", "statuses", statusBytes<999>, close, statusReach<999>},
-        {"status-201", "statuses", statusBytes<201>, close, statusReach<201>, 0, kErrorPage},
-        {"status-202", "statuses", statusBytes<202>, close, statusReach<202>, 0, kErrorPage},
+        {"status-400", "statuses", statusBytes<400>, kClose, statusReach<400>, 0, kErrorPage},
+        {"status-401", "statuses", statusBytes<401>, kClose, statusReach<401>},
+        {"status-403", "statuses", statusBytes<403>, kClose, statusReach<403>},
+        {"status-404", "statuses", statusBytes<404>, kClose, statusReach<404>},
+        {"status-407", "statuses", statusBytes<407>, kClose, statusReach<407>},
+        {"status-410", "statuses", statusBytes<410>, kClose, statusReach<410>},
+        {"status-500", "statuses", statusBytes<500>, kClose, statusReach<500>},
+        {"status-502", "statuses", statusBytes<502>, kClose, statusReach<502>},
+        {"status-503", "statuses", statusBytes<503>, kClose, statusReach<503>},
+        {"status-506", "statuses", statusBytes<506>, kClose, statusReach<506>},
+        {"status-999", "statuses", statusBytes<999>, kClose, statusReach<999>},
+        {"status-201", "statuses", statusBytes<201>, kClose, statusReach<201>, 0, kErrorPage},
+        {"status-202", "statuses", statusBytes<202>, kClose, statusReach<202>, 0, kErrorPage},
 
-        {"401-with-credentials", "credentials refused", statusBytes<401>, close, statusReach<401>,
+        {"401-with-credentials", "credentials refused", statusBytes<401>, kClose, statusReach<401>,
          kUser},
-        {"407-with-credentials", "credentials refused", statusBytes<407>, close, statusReach<407>,
+        {"407-with-credentials", "credentials refused", statusBytes<407>, kClose, statusReach<407>,
          kProxyUser},
         {"challenge", "credentials refused",
          [](const E& e) {
@@ -482,7 +483,7 @@ std::vector<HttpFault> makeHttpFaults() {
                         ? wellBytes(e)
                         : wire::reply(401, {}, {"WWW-Authenticate: Basic realm=\"r\""});
          },
-         close,
+         kClose,
          [](const E& e, Client) {
              return Reach{voInetErrorSuccess, e.status, e.body, 2};
          },
@@ -541,8 +542,8 @@ std::size_t numberAt(const std::string& text, std::size_t position) {
 }  // namespace
 
 const std::vector<HttpFault>& httpFaults() {
-    static const std::vector<HttpFault> faults = makeHttpFaults();
-    return faults;
+    static const std::vector<HttpFault> kFaults = makeHttpFaults();
+    return kFaults;
 }
 
 HttpExchange wellAnswer(const std::string& file, const std::string& range) {

@@ -3,7 +3,7 @@
 namespace tessaro_com::pkm::voInet::faults {
 
 const std::vector<LocalFault>& localFaults() {
-    static const std::vector<LocalFault> faults = {
+    static const std::vector<LocalFault> kFaults = {
         {"none", LocalTrouble::none},
         {"source-missing", LocalTrouble::sourceMissing},
         {"source-is-directory", LocalTrouble::sourceIsDirectory},
@@ -11,7 +11,7 @@ const std::vector<LocalFault>& localFaults() {
         {"target-is-directory", LocalTrouble::targetIsDirectory},
         {"disk-full", LocalTrouble::diskFull},
     };
-    return faults;
+    return kFaults;
 }
 
 }  // namespace tessaro_com::pkm::voInet::faults

@@ -114,9 +114,10 @@ bool isSensibleFtp(const Scenario& s, const FtpFault& fault) {
 }
 
 bool isSensibleExchange(const Scenario& s, const HttpFault& fault) {
-    constexpr unsigned otherwise = httpflag::kUser | httpflag::kProxyUser | httpflag::kDownloadOnly;
+    constexpr unsigned kOtherwise =
+        httpflag::kUser | httpflag::kProxyUser | httpflag::kDownloadOnly;
     return s.phase == everyAnswer && s.offset == noOffset && s.route == direct &&
-           s.sink == noSink && s.start <= old && s.forms != lastForm && !fault.has(otherwise);
+           s.sink == noSink && s.start <= old && s.forms != lastForm && !fault.has(kOtherwise);
 }
 
 bool isSensible(const Scenario& s) {
@@ -242,10 +243,10 @@ class Lottery {
     explicit Lottery(std::uint64_t seed) : m_random(seed) {}
 
     Scenario draw() {
-        constexpr Protocol protocols[] = {http, http, http,     http,     ftp,
-                                          ftp,  ftp,  ftpProxy, exchange, local};
+        constexpr Protocol kProtocols[] = {http, http, http,     http,     ftp,
+                                           ftp,  ftp,  ftpProxy, exchange, local};
         Scenario s;
-        s.protocol = protocols[below(std::size(protocols))];
+        s.protocol = kProtocols[below(std::size(kProtocols))];
         s.fault = below(faultCount(s.protocol));
         s.start = static_cast<Start>(below(startCount));
         s.size = below(kSizes.size());

@@ -22,8 +22,8 @@ std::wstring withPort(const std::wstring& host, const Endpoint& endpoint) {
 }  // namespace
 
 const wire::TemporaryDirectory& Workplace::directory() {
-    static const wire::TemporaryDirectory instance;
-    return instance;
+    static const wire::TemporaryDirectory kInstance;
+    return kInstance;
 }
 
 void Workplace::clear() {

@@ -79,18 +79,18 @@ Function real(const char* name) {
 }
 
 int realPoll(pollfd* descriptors, nfds_t count, int timeout) {
-    static const auto function = real<int (*)(pollfd*, nfds_t, int)>("poll");
-    return function(descriptors, count, timeout);
+    static const auto kFunction = real<int (*)(pollfd*, nfds_t, int)>("poll");
+    return kFunction(descriptors, count, timeout);
 }
 
 int realClock(clockid_t clock, timespec* now) {
-    static const auto function = real<int (*)(clockid_t, timespec*)>("clock_gettime");
-    return function(clock, now);
+    static const auto kFunction = real<int (*)(clockid_t, timespec*)>("clock_gettime");
+    return kFunction(clock, now);
 }
 
 int realConnect(int socket, const sockaddr* address, socklen_t size) {
-    static const auto function = real<int (*)(int, const sockaddr*, socklen_t)>("connect");
-    return function(socket, address, size);
+    static const auto kFunction = real<int (*)(int, const sockaddr*, socklen_t)>("connect");
+    return kFunction(socket, address, size);
 }
 
 /// 0 for anything but an internet address.
@@ -130,16 +130,16 @@ int pollVirtually(pollfd* descriptors, nfds_t count, int timeout) {
 
 /// Waits in slices, since a silence may begin at any moment.
 int pollOfVirtualThread(pollfd* descriptors, nfds_t count, int timeout) {
-    constexpr int slice = 5;
-    while (timeout < 0 || timeout > slice) {
+    constexpr int kSlice = 5;
+    while (timeout < 0 || timeout > kSlice) {
         if (isSilent()) {
             return pollVirtually(descriptors, count, timeout);
         }
-        const int ready = realPoll(descriptors, count, slice);
+        const int ready = realPoll(descriptors, count, kSlice);
         if (ready != 0) {
             return ready;
         }
-        timeout -= timeout < 0 ? 0 : slice;
+        timeout -= timeout < 0 ? 0 : kSlice;
     }
     return realPoll(descriptors, count, timeout);
 }

@@ -16,9 +16,9 @@ namespace voInet = tessaro_com::pkm::voInet;
 
 namespace {
 
-constexpr std::size_t oldSize = 3000;
-constexpr long offset = 1500;
-constexpr unsigned long enough = 20;
+constexpr std::size_t kOldSize = 3000;
+constexpr long kOffset = 1500;
+constexpr unsigned long kEnough = 20;
 
 class Sink : public voInet::CNetSessionSink {
   public:
@@ -30,7 +30,7 @@ class Sink : public voInet::CNetSessionSink {
         require(*status == 3 && *goOn, "a download is reported as one");
         require(*bytesTotal >= 0, "a size is none or not known");
         require(siteText1 != nullptr && siteText2 != nullptr && remoteUrl != nullptr, "texts");
-        *goOn = !m_cancels || *bytesDone < enough;
+        *goOn = !m_cancels || *bytesDone < kEnough;
     }
 
   private:
@@ -124,7 +124,7 @@ bool isCoded(const std::vector<ScriptedServer::Record>& records) {
 }
 
 bool isNetworkResult(voInet::voInetError result) {
-    static constexpr voInet::voInetError results[] = {
+    static constexpr voInet::voInetError kResults[] = {
         voInet::voInetErrorSuccess,           voInet::voInetErrorLoginIncorrect,
         voInet::voInetErrorProxyAuthRequired, voInet::voInetErrorRangeNotSatisfiable,
         voInet::voInetErrorRangeIgnored,      voInet::voInetErrorCancelled,
@@ -138,14 +138,14 @@ bool isNetworkResult(voInet::voInetError result) {
         voInet::voInetErrorTransferFailed,    voInet::voInetErrorInvalidRequest,
         voInet::voInetErrorGuidExists,        voInet::voInetErrorKeysOutdated,
     };
-    return std::find(std::begin(results), std::end(results), result) != std::end(results);
+    return std::find(std::begin(kResults), std::end(kResults), result) != std::end(kResults);
 }
 
 void tryDownload(voInet::voInetProtocol protocol, const std::string& bytes,
                  bool serverSpeaksFirst) {
     clearEnvironment();
     const std::string local = scratchDirectory() + "/local";
-    const std::string old = positionDependentBytes(oldSize);
+    const std::string old = positionDependentBytes(kOldSize);
     writeFile(local, old);
     Input input(bytes);
     const ClientSettings settings(input.byte());
@@ -156,7 +156,7 @@ void tryDownload(voInet::voInetProtocol protocol, const std::string& bytes,
     const Transfer transfer = makeTransfer(protocol, settings);
     const voInet::voInetError logon = transfer->Logon(false, 0);
     Sink sink(settings.cancels);
-    long resumeOffset = settings.resumes ? offset : 0;
+    long resumeOffset = settings.resumes ? kOffset : 0;
     bool resume = settings.resumes;
     const voInet::voInetError result = transfer->DownloadFile(
         telmcomn_ansi_to_wide(local), L"file", &sink, &resumeOffset, resume, settings.isPlain);
@@ -168,7 +168,7 @@ void tryDownload(voInet::voInetProtocol protocol, const std::string& bytes,
     require(isNetworkResult(result), "a download has a result of the table",
             std::to_string(result));
     require(hasNoMoreDescriptorsThan(descriptors), "every file and connection is closed");
-    require(resumeOffset == 0 || resumeOffset == offset, "an offset stays or becomes 0");
+    require(resumeOffset == 0 || resumeOffset == kOffset, "an offset stays or becomes 0");
     require(settings.resumes || resumeOffset == 0, "a whole file has no offset");
     const auto landed = readFile(local);
     require(landed.has_value(), "there is a local file");

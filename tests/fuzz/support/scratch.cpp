@@ -39,8 +39,8 @@ class Directory {
 }  // namespace
 
 const std::string& scratchDirectory() {
-    static const Directory directory;
-    return directory.path();
+    static const Directory kDirectory;
+    return kDirectory.path();
 }
 
 std::optional<std::string> readFile(const std::string& path) {
@@ -79,8 +79,8 @@ std::size_t openDescriptors() {
 
 bool hasNoMoreDescriptorsThan(std::size_t before) {
     // The sanitizers' own threads open a file for a moment now and then.
-    constexpr int tries = 1000;
-    for (int i = 0; i < tries; ++i) {
+    constexpr int kTries = 1000;
+    for (int i = 0; i < kTries; ++i) {
         if (openDescriptors() <= before) {
             return true;
         }

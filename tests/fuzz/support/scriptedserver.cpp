@@ -19,12 +19,12 @@ namespace voinet_fuzz {
 
 namespace {
 
-constexpr char betweenConnections = '\x1D';
-constexpr char betweenAnswers = '\x1E';
-constexpr char betweenPackets = '\x1F';
+constexpr char kBetweenConnections = '\x1D';
+constexpr char kBetweenAnswers = '\x1E';
+constexpr char kBetweenPackets = '\x1F';
 
 /// So long nothing happens before the server goes on by itself.
-constexpr int patienceMilliseconds = 5;
+constexpr int kPatienceMilliseconds = 5;
 
 void replaceAll(std::string& text, const std::string& what, const std::string& with) {
     for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at)) {
@@ -55,10 +55,10 @@ Script::Script(const std::string& bytes, std::uint16_t port, bool speaksFirst_)
     std::string text = bytes;
     replaceAll(text, "@P", std::to_string(port));
     replaceAll(text, "@Q", std::to_string(port / 256) + "," + std::to_string(port % 256));
-    for (const std::string& connection : split(text, betweenConnections)) {
+    for (const std::string& connection : split(text, kBetweenConnections)) {
         Answers answers;
-        for (const std::string& answer : split(connection, betweenAnswers)) {
-            answers.push_back(split(answer, betweenPackets));
+        for (const std::string& answer : split(connection, kBetweenAnswers)) {
+            answers.push_back(split(answer, kBetweenPackets));
         }
         connections.push_back(std::move(answers));
     }
@@ -122,7 +122,7 @@ void ScriptedServer::run() {
             }
         }
         lock.unlock();
-        const int patience = polled.empty() ? -1 : patienceMilliseconds;
+        const int patience = polled.empty() ? -1 : kPatienceMilliseconds;
         const int count = ::poll(events.data(), events.size(), patience);
         lock.lock();
         eventfd_t ignored = 0;

@@ -12,7 +12,7 @@ namespace tessaro_com::pkm::voInet {
 namespace {
 
 using testing::IsEmpty;
-using voinettest::mediumSize;
+using voinettest::kMediumSize;
 using voinettest::NginxServer;
 using voinettest::ReservedPort;
 using voinettest::servedText;
@@ -52,7 +52,7 @@ class NginxExchange : private voinettest::Needs<voinettest::shared<NginxServer>>
     void exchanges(std::size_t size) {
         EXPECT_EQ(post(servedText(size), L"/management/package"), voInetErrorPackageReceived);
 
-        expectLocalText(servedText(mediumSize));
+        expectLocalText(servedText(kMediumSize));
         expectStored(size);
     }
 
@@ -72,17 +72,17 @@ TEST_F(NginxExchange, NineteenBytes_AreStored) {
 }
 
 TEST_F(NginxExchange, FiveMebibytes_AreStored) {
-    exchanges(mediumSize);
+    exchanges(kMediumSize);
 }
 
 TEST_F(NginxExchange, OverIpv6_IsStored) {
     knowServerAt(server().portIpv6());
 
-    exchanges(mediumSize);
+    exchanges(kMediumSize);
 }
 
 TEST_F(NginxExchange, Head_IsThatOfOnePlainPost) {
-    EXPECT_EQ(post(servedText(mediumSize), L"/head"), voInetErrorPackageReceived);
+    EXPECT_EQ(post(servedText(kMediumSize), L"/head"), voInetErrorPackageReceived);
 
     expectLocalFile(
         "method=POST\n"
@@ -99,7 +99,7 @@ TEST_F(NginxExchange, Head_IsThatOfOnePlainPost) {
 TEST_F(NginxExchange, Tls_IsStored) {
     useTls(server().authorityFile());
 
-    exchanges(mediumSize);
+    exchanges(kMediumSize);
 }
 
 TEST_F(NginxExchange, Tls12_IsSpoken) {
@@ -156,7 +156,7 @@ TEST_F(NginxExchange, PlainTextToTheTlsPort_IsAnInvalidRequest) {
 
 // An answer that is not listed counts as success, and nothing has been stored.
 TEST_F(NginxExchange, RequestThatIsTooLarge_CountsAsSuccess) {
-    EXPECT_EQ(post(servedText(mediumSize), L"/narrow"), voInetErrorSuccess);
+    EXPECT_EQ(post(servedText(kMediumSize), L"/narrow"), voInetErrorSuccess);
 
     EXPECT_THAT(server().takeBodies(), IsEmpty());
 }
@@ -174,9 +174,9 @@ void PrintTo(const Answer& answer, std::ostream* stream) {
 class NginxAnswer : public NginxExchange, public testing::WithParamInterface<Answer> {};
 
 TEST_P(NginxAnswer, Status_DecidesAndTheRequestIsStored) {
-    EXPECT_EQ(post(servedText(mediumSize), GetParam().serverPath), GetParam().result);
+    EXPECT_EQ(post(servedText(kMediumSize), GetParam().serverPath), GetParam().result);
 
-    expectStored(mediumSize);
+    expectStored(kMediumSize);
 }
 
 INSTANTIATE_TEST_SUITE_P(

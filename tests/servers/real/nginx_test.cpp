@@ -10,8 +10,8 @@ namespace tessaro_com::pkm::voInet {
 namespace {
 
 using testing::ElementsAre;
-using voinettest::largeSize;
-using voinettest::mediumSize;
+using voinettest::kLargeSize;
+using voinettest::kMediumSize;
 using voinettest::NginxServer;
 using voinettest::servedText;
 
@@ -79,11 +79,11 @@ TEST_F(NginxDownload, OneByte_Arrives) {
 }
 
 TEST_F(NginxDownload, FiveMebibytes_Arrive) {
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 }
 
 TEST_F(NginxDownload, HundredMebibytes_Arrive) {
-    downloads(L"large.bin", largeSize);
+    downloads(L"large.bin", kLargeSize);
 }
 
 TEST_F(NginxDownload, Ipv6_Arrives) {
@@ -91,11 +91,11 @@ TEST_F(NginxDownload, Ipv6_Arrives) {
 
     EXPECT_EQ(download(L"medium.bin").result, voInetErrorSuccess);
 
-    expectLocalText(servedText(mediumSize));
+    expectLocalText(servedText(kMediumSize));
 }
 
 TEST_F(NginxDownload, ServerThatClosesEachConnection_Arrives) {
-    downloads(L"closing/medium.bin", mediumSize);
+    downloads(L"closing/medium.bin", kMediumSize);
 }
 
 TEST_F(NginxDownload, EncodedBlankInTheName_IsABlank) {
@@ -114,44 +114,44 @@ TEST_F(NginxDownload, Resume_FetchesTheRest) {
     ASSERT_EQ(logOn(settings()), voInetErrorSuccess);
     makeHalf();
 
-    const auto outcome = download(L"medium.bin", {static_cast<long>(resumeOffset)});
+    const auto outcome = download(L"medium.bin", {static_cast<long>(kResumeOffset)});
 
     EXPECT_EQ(outcome.result, voInetErrorSuccess);
-    EXPECT_EQ(outcome.offset, static_cast<long>(resumeOffset));
+    EXPECT_EQ(outcome.offset, static_cast<long>(kResumeOffset));
     expectResumed();
 }
 
 TEST_F(NginxDownload, ResumeOfAnotherFile_StartsOver) {
     ASSERT_EQ(logOn(settings()), voInetErrorSuccess);
-    makeLocalFile(std::string(halfSize, 'x'));
+    makeLocalFile(std::string(kHalfSize, 'x'));
 
-    const auto outcome = download(L"medium.bin", {static_cast<long>(resumeOffset)});
+    const auto outcome = download(L"medium.bin", {static_cast<long>(kResumeOffset)});
 
     EXPECT_EQ(outcome.result, voInetErrorSuccess);
     EXPECT_EQ(outcome.offset, 0);
-    expectLocalText(servedText(mediumSize));
+    expectLocalText(servedText(kMediumSize));
 }
 
 TEST_F(NginxDownload, ResumeWhereRangesAreIgnored_StartsOver) {
     ASSERT_EQ(logOn(settings()), voInetErrorSuccess);
     makeHalf();
 
-    const auto outcome = download(L"rangeless/medium.bin", {static_cast<long>(resumeOffset)});
+    const auto outcome = download(L"rangeless/medium.bin", {static_cast<long>(kResumeOffset)});
 
     EXPECT_EQ(outcome.result, voInetErrorSuccess);
     EXPECT_EQ(outcome.offset, 0);
-    expectLocalText(servedText(mediumSize));
+    expectLocalText(servedText(kMediumSize));
 }
 
 TEST_F(NginxDownload, ResumeBehindTheEnd_StartsOver) {
     ASSERT_EQ(logOn(settings()), voInetErrorSuccess);
-    makeLocalFile(std::string(servedText(mediumSize)) + std::string(1024, 'x'));
+    makeLocalFile(std::string(servedText(kMediumSize)) + std::string(1024, 'x'));
 
-    const auto outcome = download(L"medium.bin", {static_cast<long>(mediumSize)});
+    const auto outcome = download(L"medium.bin", {static_cast<long>(kMediumSize)});
 
     EXPECT_EQ(outcome.result, voInetErrorSuccess);
     EXPECT_EQ(outcome.offset, 0);
-    expectLocalText(servedText(mediumSize));
+    expectLocalText(servedText(kMediumSize));
 }
 
 // The comparison finds no difference here: the local file holds zeros behind the server's end,
@@ -159,26 +159,27 @@ TEST_F(NginxDownload, ResumeBehindTheEnd_StartsOver) {
 // status tells that it cannot be had.
 TEST_F(NginxDownload, ResumeBehindTheEndWithNothingToCompare_StartsOver) {
     ASSERT_EQ(logOn(settings()), voInetErrorSuccess);
-    makeLocalFile(std::string(servedText(mediumSize)) + std::string(1024, '\0'));
+    makeLocalFile(std::string(servedText(kMediumSize)) + std::string(1024, '\0'));
 
-    const auto outcome = download(L"terse/medium.bin", {static_cast<long>(mediumSize)});
+    const auto outcome = download(L"terse/medium.bin", {static_cast<long>(kMediumSize)});
 
     EXPECT_EQ(outcome.result, voInetErrorSuccess);
     EXPECT_EQ(outcome.offset, 0);
-    expectLocalText(servedText(mediumSize));
+    expectLocalText(servedText(kMediumSize));
     EXPECT_THAT(server().statusesOf("GET /terse/medium.bin", 3), ElementsAre(416, 416, 200));
 }
 
 TEST_F(NginxDownload, RightPassword_Arrives) {
-    ASSERT_EQ(logOn(privateSettings(NginxServer::user, NginxServer::password)), voInetErrorSuccess);
+    ASSERT_EQ(logOn(privateSettings(NginxServer::kUser, NginxServer::kPassword)),
+              voInetErrorSuccess);
 
     EXPECT_EQ(download(L"medium.bin").result, voInetErrorSuccess);
 
-    expectLocalText(servedText(mediumSize));
+    expectLocalText(servedText(kMediumSize));
 }
 
 TEST_F(NginxDownload, WrongPassword_GivesUp) {
-    ASSERT_EQ(logOn(privateSettings(NginxServer::user, "wrong")), voInetErrorSuccess);
+    ASSERT_EQ(logOn(privateSettings(NginxServer::kUser, "wrong")), voInetErrorSuccess);
     makeLocalFile("old");
 
     EXPECT_EQ(download(L"medium.bin").result, voInetErrorMaxRetries);
@@ -196,7 +197,7 @@ TEST_F(NginxDownload, NoPassword_IsAskedFor) {
 }
 
 TEST_F(NginxDownload, Redirect_IsFollowed) {
-    downloads(L"moved.bin", mediumSize);
+    downloads(L"moved.bin", kMediumSize);
 }
 
 TEST_F(NginxDownload, RedirectToTls_IsNotFollowed) {

@@ -8,7 +8,7 @@
 namespace voinettest {
 namespace {
 
-constexpr const char* program = "/usr/sbin/nginx";
+constexpr const char* kProgram = "/usr/sbin/nginx";
 
 void runOpenssl(std::vector<std::string> words) {
     words.insert(words.begin(), "openssl");
@@ -45,7 +45,7 @@ std::vector<std::string> prepare(const ServerDirectory& directory,
                                  const std::vector<ReservedPort>& ports) {
     makeServedFiles(directory);
     directory.write("files/with blank.bin", std::string(servedText(1000)));
-    directory.write("users", passwordLine(NginxServer::user, NginxServer::password));
+    directory.write("users", passwordLine(NginxServer::kUser, NginxServer::kPassword));
     makeAuthority(directory, "authority");
     makeAuthority(directory, "other-authority");
     makeCertificate(directory, "authority");
@@ -57,16 +57,16 @@ std::vector<std::string> prepare(const ServerDirectory& directory,
                                               {"PORT_TLS_12", ports[3].text()},
                                               {"PORT_TLS_13", ports[4].text()},
                                           });
-    return {program, "-e", "stderr", "-p", directory.path(), "-c", configuration};
+    return {kProgram, "-e", "stderr", "-p", directory.path(), "-c", configuration};
 }
 
 std::vector<ReservedPort> reservePorts() {
     std::vector<ReservedPort> ports;
-    ports.emplace_back(loopbackIpv4);
-    ports.emplace_back(loopbackIpv6);
-    ports.emplace_back(loopbackIpv4);
-    ports.emplace_back(loopbackIpv4);
-    ports.emplace_back(loopbackIpv4);
+    ports.emplace_back(kLoopbackIpv4);
+    ports.emplace_back(kLoopbackIpv6);
+    ports.emplace_back(kLoopbackIpv4);
+    ports.emplace_back(kLoopbackIpv4);
+    ports.emplace_back(kLoopbackIpv4);
     return ports;
 }
 

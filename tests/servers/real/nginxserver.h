@@ -13,8 +13,8 @@ namespace voinettest {
 /// nginx as a repository and as the management server, with and without TLS.
 class NginxServer {
   public:
-    static constexpr const char* user = "reader";
-    static constexpr const char* password = "sec:ret";
+    static constexpr const char* kUser = "reader";
+    static constexpr const char* kPassword = "sec:ret";
 
     NginxServer();
 

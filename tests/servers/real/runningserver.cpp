@@ -11,8 +11,8 @@
 namespace voinettest {
 namespace {
 
-constexpr std::chrono::seconds startPatience{20};
-constexpr std::chrono::milliseconds connectPause{5};
+constexpr std::chrono::seconds kStartPatience{20};
+constexpr std::chrono::milliseconds kConnectPause{5};
 
 // Of either family.
 struct SocketAddress {
@@ -87,7 +87,7 @@ ReservedPort::ReservedPort(const std::string& address) : address_(address) {
 RunningServer::RunningServer(const std::vector<std::string>& words,
                              const std::vector<ReservedPort>& ports, const std::string& user)
     : name_(words.front()), process_(commandOf(words, user)) {
-    const Deadline deadline = Deadline::in(startPatience);
+    const Deadline deadline = Deadline::in(kStartPatience);
     for (const ReservedPort& port : ports) {
         awaitConnections(port, deadline);
     }
@@ -95,12 +95,12 @@ RunningServer::RunningServer(const std::vector<std::string>& words,
 
 RunningServer::~RunningServer() {
     // One that does not end is killed by its process's owner.
-    process_.stop(Deadline::in(startPatience));
+    process_.stop(Deadline::in(kStartPatience));
 }
 
 void RunningServer::awaitConnections(const ReservedPort& port, Deadline deadline) {
     while (!acceptsConnections(port)) {
-        const auto status = process_.wait(Deadline::in(connectPause));
+        const auto status = process_.wait(Deadline::in(kConnectPause));
         if (status || deadline.remainingMilliseconds() == 0) {
             const std::string end =
                 status ? " ended with status " + std::to_string(*status) : " does not listen";

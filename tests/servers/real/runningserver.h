@@ -10,15 +10,15 @@
 
 namespace voinettest {
 
-constexpr const char* loopbackIpv4 = "127.0.0.1";
-constexpr const char* loopbackIpv6 = "::1";
+constexpr const char* kLoopbackIpv4 = "127.0.0.1";
+constexpr const char* kLoopbackIpv6 = "::1";
 
 /// A port of the loopback interface that is free and that nobody else is given while this object
 /// lives: its socket is bound and does not listen, and a server that allows its address to be used
 /// again, as all of them do, can listen on the same port.
 class ReservedPort {
   public:
-    explicit ReservedPort(const std::string& address = loopbackIpv4);
+    explicit ReservedPort(const std::string& address = kLoopbackIpv4);
 
     const std::string& address() const { return address_; }
     std::uint16_t number() const { return number_; }

@@ -43,8 +43,8 @@ std::size_t occurrences(const std::string& text, const std::string& word) {
 }
 
 std::string tail(const std::string& text) {
-    constexpr std::size_t longest = 2000;
-    return text.substr(text.size() - std::min(text.size(), longest));
+    constexpr std::size_t kLongest = 2000;
+    return text.substr(text.size() - std::min(text.size(), kLongest));
 }
 
 // Tells that something happened to a file.
@@ -124,16 +124,16 @@ std::string passwordLine(const std::string& user, const std::string& password) {
 }
 
 std::string_view servedText(std::size_t size) {
-    static const std::string text = tessaro_com::pkm::voInet::wire::makeBody(largeSize);
-    return std::string_view(text).substr(0, size);
+    static const std::string kText = tessaro_com::pkm::voInet::wire::makeBody(kLargeSize);
+    return std::string_view(kText).substr(0, size);
 }
 
 void makeServedFiles(const ServerDirectory& directory) {
     directory.write("files/SiteStat.xml", "<SiteStatus/>");
     directory.write("files/empty.bin", "");
     directory.write("files/one.bin", std::string(servedText(1)));
-    directory.write("files/medium.bin", std::string(servedText(mediumSize)));
-    directory.write("files/large.bin", std::string(servedText(largeSize)));
+    directory.write("files/medium.bin", std::string(servedText(kMediumSize)));
+    directory.write("files/large.bin", std::string(servedText(kLargeSize)));
 }
 
 }  // namespace voinettest

@@ -48,8 +48,8 @@ std::string passwordLine(const std::string& user, const std::string& password);
 
 /// The files that the servers hand out, each the beginning of one text in which every byte depends
 /// on its position.
-constexpr std::size_t mediumSize = std::size_t{5} << 20U;
-constexpr std::size_t largeSize = std::size_t{100} << 20U;
+constexpr std::size_t kMediumSize = std::size_t{5} << 20U;
+constexpr std::size_t kLargeSize = std::size_t{100} << 20U;
 
 /// The first `size` bytes, at most largeSize, of that text.
 std::string_view servedText(std::size_t size);

@@ -43,8 +43,8 @@ class SharedServer {
 /// The one server of this type, which starts when it is asked for first.
 template <class Server>
 const Server& shared() {
-    static const SharedServer<Server> server;
-    return server.get();
+    static const SharedServer<Server> kServer;
+    return kServer.get();
 }
 
 /// First base of a fixture that uses these servers: they have started before the fixture looks at
@@ -89,17 +89,17 @@ class ServerTest : public tessaro_com::pkm::voInet::wire::WireTest {
     /// file as it is, the bytes are other ones, so that it shows when they are fetched again; the
     /// last kilobyte, which a resumed transfer compares, is right.
     void makeHalf() const {
-        makeLocalFile(std::string(resumeOffset, 'x') +
-                      std::string(servedText(halfSize).substr(resumeOffset)));
+        makeLocalFile(std::string(kResumeOffset, 'x') +
+                      std::string(servedText(kHalfSize).substr(kResumeOffset)));
     }
 
     void expectResumed() const {
-        expectLocalText(std::string(resumeOffset, 'x') +
-                        std::string(servedText(mediumSize).substr(resumeOffset)));
+        expectLocalText(std::string(kResumeOffset, 'x') +
+                        std::string(servedText(kMediumSize).substr(kResumeOffset)));
     }
 
-    static constexpr std::size_t halfSize = mediumSize / 2;
-    static constexpr std::size_t resumeOffset = halfSize - 1024;
+    static constexpr std::size_t kHalfSize = kMediumSize / 2;
+    static constexpr std::size_t kResumeOffset = kHalfSize - 1024;
 };
 
 }  // namespace voinettest

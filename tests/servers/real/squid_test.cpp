@@ -13,8 +13,8 @@ namespace {
 
 using testing::HasSubstr;
 using testing::Not;
-using voinettest::largeSize;
-using voinettest::mediumSize;
+using voinettest::kLargeSize;
+using voinettest::kMediumSize;
 using voinettest::NginxServer;
 using voinettest::ReservedPort;
 using voinettest::servedText;
@@ -30,8 +30,8 @@ const NginxServer& nginx() {
 }
 
 const VsftpdServer& vsftpd() {
-    static const voinettest::SharedServer<VsftpdServer> server(voinettest::loopbackIpv4);
-    return server.get();
+    static const voinettest::SharedServer<VsftpdServer> kServer(voinettest::kLoopbackIpv4);
+    return kServer.get();
 }
 
 CProxyParams recordOf(const ReservedPort& port) {
@@ -96,7 +96,7 @@ class HttpThroughSquid : private voinettest::Needs<nginx, squid>, public SquidTe
 TEST_F(HttpThroughSquid, LogonAndDownload_GoThroughIt) {
     logOnThrough(recordOf(squid().port()));
 
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 
     const std::string log = squid().accessLog();
     EXPECT_THAT(log, HasSubstr("HEAD " + url("/SiteStat.xml")));
@@ -106,14 +106,14 @@ TEST_F(HttpThroughSquid, LogonAndDownload_GoThroughIt) {
 TEST_F(HttpThroughSquid, HundredMebibytes_Arrive) {
     logOnThrough(recordOf(squid().port()));
 
-    downloads(L"large.bin", largeSize);
+    downloads(L"large.bin", kLargeSize);
 }
 
 TEST_F(HttpThroughSquid, Resume_FetchesTheRest) {
     logOnThrough(recordOf(squid().port()));
     makeHalf();
 
-    EXPECT_EQ(download(L"medium.bin", {static_cast<long>(resumeOffset)}).result,
+    EXPECT_EQ(download(L"medium.bin", {static_cast<long>(kResumeOffset)}).result,
               voInetErrorSuccess);
 
     expectResumed();
@@ -155,9 +155,9 @@ TEST_F(HttpThroughSquid, ListedOtherHost_IsReachedThroughIt) {
 }
 
 TEST_F(HttpThroughSquid, RightCredentials_Arrive) {
-    logOnThrough(withCredentials(SquidProxy::user, SquidProxy::password));
+    logOnThrough(withCredentials(SquidProxy::kUser, SquidProxy::kPassword));
 
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 }
 
 TEST_F(HttpThroughSquid, NoCredentials_AreAskedFor) {
@@ -167,43 +167,43 @@ TEST_F(HttpThroughSquid, NoCredentials_AreAskedFor) {
 }
 
 TEST_F(HttpThroughSquid, WrongCredentials_GiveUp) {
-    logOnThrough(withCredentials(SquidProxy::user, "wrong"));
+    logOnThrough(withCredentials(SquidProxy::kUser, "wrong"));
 
     failsWith(voInetErrorMaxRetries, L"medium.bin");
 }
 
 TEST_F(HttpThroughSquid, WrongFirstAndRightAlternateCredentials_Arrive) {
-    logOnThrough(withAlternate(withCredentials(SquidProxy::user, "wrong"),
-                               SquidProxy::alternateUser, SquidProxy::alternatePassword));
+    logOnThrough(withAlternate(withCredentials(SquidProxy::kUser, "wrong"),
+                               SquidProxy::kAlternateUser, SquidProxy::kAlternatePassword));
 
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 }
 
 TEST_F(HttpThroughSquid, RightAlternateCredentialsAlone_Arrive) {
-    logOnThrough(withAlternate(recordOf(squid().portAuthenticated()), SquidProxy::alternateUser,
-                               SquidProxy::alternatePassword));
+    logOnThrough(withAlternate(recordOf(squid().portAuthenticated()), SquidProxy::kAlternateUser,
+                               SquidProxy::kAlternatePassword));
 
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 }
 
 TEST_F(HttpThroughSquid, WrongFirstAndWrongAlternateCredentials_GiveUp) {
-    logOnThrough(withAlternate(withCredentials(SquidProxy::user, "wrong"),
-                               SquidProxy::alternateUser, "wrong"));
+    logOnThrough(withAlternate(withCredentials(SquidProxy::kUser, "wrong"),
+                               SquidProxy::kAlternateUser, "wrong"));
 
     failsWith(voInetErrorMaxRetries, L"medium.bin");
 }
 
 TEST_F(HttpThroughSquid, WrongAlternateCredentialsAlone_AreAskedFor) {
     logOnThrough(
-        withAlternate(recordOf(squid().portAuthenticated()), SquidProxy::alternateUser, "wrong"));
+        withAlternate(recordOf(squid().portAuthenticated()), SquidProxy::kAlternateUser, "wrong"));
 
     failsWith(voInetErrorProxyAuthRequired, L"medium.bin");
 }
 
 // The alternate credentials are used from the first request on, and each retry sets them again.
 TEST_F(HttpThroughSquid, RightFirstAndWrongAlternateCredentials_GiveUp) {
-    logOnThrough(withAlternate(withCredentials(SquidProxy::user, SquidProxy::password),
-                               SquidProxy::alternateUser, "wrong"));
+    logOnThrough(withAlternate(withCredentials(SquidProxy::kUser, SquidProxy::kPassword),
+                               SquidProxy::kAlternateUser, "wrong"));
 
     failsWith(voInetErrorMaxRetries, L"medium.bin");
 }
@@ -253,7 +253,7 @@ class FtpThroughSquid : private voinettest::Needs<vsftpd, squid>, public SquidTe
 TEST_F(FtpThroughSquid, LogonAndDownload_GoThroughIt) {
     logOnThrough(recordOf(squid().port()));
 
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 
     EXPECT_THAT(squid().accessLog(), HasSubstr(url("/medium.bin")));
 }
@@ -261,32 +261,32 @@ TEST_F(FtpThroughSquid, LogonAndDownload_GoThroughIt) {
 TEST_F(FtpThroughSquid, HundredMebibytes_Arrive) {
     logOnThrough(recordOf(squid().port()));
 
-    downloads(L"large.bin", largeSize);
+    downloads(L"large.bin", kLargeSize);
 }
 
 TEST_F(FtpThroughSquid, User_Arrives) {
     useProxy(recordOf(squid().port()));
-    ASSERT_EQ(logOn(settingsOf(VsftpdServer::plainUser, VsftpdServer::plainPassword)),
+    ASSERT_EQ(logOn(settingsOf(VsftpdServer::kPlainUser, VsftpdServer::kPlainPassword)),
               voInetErrorSuccess);
 
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 }
 
 // They are sent encoded, and squid decodes them before it logs on.
 TEST_F(FtpThroughSquid, UserWithSpecialCharacters_Arrives) {
     useProxy(recordOf(squid().port()));
-    ASSERT_EQ(logOn(settingsOf(VsftpdServer::specialUser, VsftpdServer::specialPassword)),
+    ASSERT_EQ(logOn(settingsOf(VsftpdServer::kSpecialUser, VsftpdServer::kSpecialPassword)),
               voInetErrorSuccess);
 
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 
     vsftpd().directory().awaitText("vsftpd.log",
-                                   std::string("[") + VsftpdServer::specialUser + "] OK DOWNLOAD");
+                                   std::string("[") + VsftpdServer::kSpecialUser + "] OK DOWNLOAD");
 }
 
 TEST_F(FtpThroughSquid, WrongPassword_Fails) {
     useProxy(recordOf(squid().port()));
-    EXPECT_EQ(logOn(settingsOf(VsftpdServer::plainUser, "wrong")), voInetErrorSuccess)
+    EXPECT_EQ(logOn(settingsOf(VsftpdServer::kPlainUser, "wrong")), voInetErrorSuccess)
         << "being asked for a password is no refusal";
 
     failsWith(voInetErrorFailed, L"medium.bin");
@@ -345,9 +345,9 @@ TEST_F(FtpThroughSquid, ListedHostWithAnAlternate_IsAskedThroughItInTheEnd) {
 }
 
 TEST_F(FtpThroughSquid, RightCredentials_Arrive) {
-    logOnThrough(withCredentials(SquidProxy::user, SquidProxy::password));
+    logOnThrough(withCredentials(SquidProxy::kUser, SquidProxy::kPassword));
 
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 }
 
 TEST_F(FtpThroughSquid, NoCredentials_Fail) {
@@ -357,28 +357,28 @@ TEST_F(FtpThroughSquid, NoCredentials_Fail) {
 }
 
 TEST_F(FtpThroughSquid, WrongCredentials_Fail) {
-    logOnThrough(withCredentials(SquidProxy::user, "wrong"));
+    logOnThrough(withCredentials(SquidProxy::kUser, "wrong"));
 
     failsWith(voInetErrorFailed, L"medium.bin");
 }
 
 TEST_F(FtpThroughSquid, WrongFirstAndRightAlternateCredentials_Arrive) {
-    logOnThrough(withAlternate(withCredentials(SquidProxy::user, "wrong"),
-                               SquidProxy::alternateUser, SquidProxy::alternatePassword));
+    logOnThrough(withAlternate(withCredentials(SquidProxy::kUser, "wrong"),
+                               SquidProxy::kAlternateUser, SquidProxy::kAlternatePassword));
 
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 }
 
 TEST_F(FtpThroughSquid, RightFirstAndWrongAlternateCredentials_Arrive) {
-    logOnThrough(withAlternate(withCredentials(SquidProxy::user, SquidProxy::password),
-                               SquidProxy::alternateUser, "wrong"));
+    logOnThrough(withAlternate(withCredentials(SquidProxy::kUser, SquidProxy::kPassword),
+                               SquidProxy::kAlternateUser, "wrong"));
 
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 }
 
 TEST_F(FtpThroughSquid, WrongFirstAndWrongAlternateCredentials_Fail) {
-    logOnThrough(withAlternate(withCredentials(SquidProxy::user, "wrong"),
-                               SquidProxy::alternateUser, "wrong"));
+    logOnThrough(withAlternate(withCredentials(SquidProxy::kUser, "wrong"),
+                               SquidProxy::kAlternateUser, "wrong"));
 
     failsWith(voInetErrorFailed, L"medium.bin");
 }
@@ -388,11 +388,11 @@ TEST_F(FtpThroughSquid, Resume_StartsOver) {
     logOnThrough(recordOf(squid().port()));
     makeHalf();
 
-    const auto outcome = download(L"medium.bin", {static_cast<long>(resumeOffset)});
+    const auto outcome = download(L"medium.bin", {static_cast<long>(kResumeOffset)});
 
     EXPECT_EQ(outcome.result, voInetErrorSuccess);
     EXPECT_EQ(outcome.offset, 0);
-    expectLocalText(servedText(mediumSize));
+    expectLocalText(servedText(kMediumSize));
 }
 
 }  // namespace

@@ -10,18 +10,18 @@
 namespace voinettest {
 namespace {
 
-constexpr const char* program = "/usr/sbin/squid";
+constexpr const char* kProgram = "/usr/sbin/squid";
 // Squid gives root's rights up and becomes this user of its package; it is started as that user.
-constexpr const char* serverUser = "proxy";
+constexpr const char* kServerUser = "proxy";
 
 std::string userToStart() {
-    return isRoot() ? serverUser : "";
+    return isRoot() ? kServerUser : "";
 }
 
 void giveToServer(const std::string& folder) {
-    const passwd* const owner = ::getpwnam(serverUser);
+    const passwd* const owner = ::getpwnam(kServerUser);
     if (owner == nullptr) {
-        throw std::runtime_error(std::string("there is no user ") + serverUser);
+        throw std::runtime_error(std::string("there is no user ") + kServerUser);
     }
     require(::chown(folder.c_str(), owner->pw_uid, owner->pw_gid) == 0, "giving away " + folder);
 }
@@ -33,20 +33,20 @@ std::vector<std::string> prepare(const ServerDirectory& directory,
         giveToServer(folder);
     }
     directory.write("users",
-                    passwordLine(SquidProxy::user, SquidProxy::password) +
-                        passwordLine(SquidProxy::alternateUser, SquidProxy::alternatePassword));
+                    passwordLine(SquidProxy::kUser, SquidProxy::kPassword) +
+                        passwordLine(SquidProxy::kAlternateUser, SquidProxy::kAlternatePassword));
     const std::string configuration =
         directory.configure("squid.conf", {
                                               {"PORT", ports[0].text()},
                                               {"PORT_AUTHENTICATED", ports[1].text()},
                                           });
-    return {program, "-N", "-f", configuration};
+    return {kProgram, "-N", "-f", configuration};
 }
 
 std::vector<ReservedPort> reservePorts() {
     std::vector<ReservedPort> ports;
-    ports.emplace_back(loopbackIpv4);
-    ports.emplace_back(loopbackIpv4);
+    ports.emplace_back(kLoopbackIpv4);
+    ports.emplace_back(kLoopbackIpv4);
     return ports;
 }
 

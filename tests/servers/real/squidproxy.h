@@ -13,10 +13,10 @@ namespace voinettest {
 class SquidProxy {
   public:
     /// The users of the port that asks for credentials.
-    static constexpr const char* user = "branch";
-    static constexpr const char* password = "first";
-    static constexpr const char* alternateUser = "visitor";
-    static constexpr const char* alternatePassword = "second";
+    static constexpr const char* kUser = "branch";
+    static constexpr const char* kPassword = "first";
+    static constexpr const char* kAlternateUser = "visitor";
+    static constexpr const char* kAlternatePassword = "second";
 
     SquidProxy();
 

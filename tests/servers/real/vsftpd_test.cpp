@@ -10,20 +10,20 @@ namespace tessaro_com::pkm::voInet {
 
 namespace {
 
-using voinettest::largeSize;
-using voinettest::mediumSize;
+using voinettest::kLargeSize;
+using voinettest::kMediumSize;
 using voinettest::servedText;
 using voinettest::SharedServer;
 using voinettest::VsftpdServer;
 
 const VsftpdServer& serverIpv4() {
-    static const SharedServer<VsftpdServer> server(voinettest::loopbackIpv4);
-    return server.get();
+    static const SharedServer<VsftpdServer> kServer(voinettest::kLoopbackIpv4);
+    return kServer.get();
 }
 
 const VsftpdServer& serverIpv6() {
-    static const SharedServer<VsftpdServer> server(voinettest::loopbackIpv6);
-    return server.get();
+    static const SharedServer<VsftpdServer> kServer(voinettest::kLoopbackIpv6);
+    return kServer.get();
 }
 
 /// Whom a test is, and where.
@@ -84,33 +84,33 @@ TEST_P(VsftpdVisit, OneByte_Arrives) {
 }
 
 TEST_P(VsftpdVisit, FiveMebibytes_Arrive) {
-    downloads(L"medium.bin", mediumSize);
+    downloads(L"medium.bin", kMediumSize);
 }
 
 TEST_P(VsftpdVisit, HundredMebibytes_Arrive) {
-    downloads(L"large.bin", largeSize);
+    downloads(L"large.bin", kLargeSize);
 }
 
 TEST_P(VsftpdVisit, Resume_FetchesTheRest) {
     logOn();
     makeHalf();
 
-    const auto outcome = download(L"medium.bin", {static_cast<long>(resumeOffset)});
+    const auto outcome = download(L"medium.bin", {static_cast<long>(kResumeOffset)});
 
     EXPECT_EQ(outcome.result, voInetErrorSuccess);
-    EXPECT_EQ(outcome.offset, static_cast<long>(resumeOffset));
+    EXPECT_EQ(outcome.offset, static_cast<long>(kResumeOffset));
     expectResumed();
 }
 
 TEST_P(VsftpdVisit, ResumeOfAnotherFile_StartsOver) {
     logOn();
-    makeLocalFile(std::string(halfSize, 'x'));
+    makeLocalFile(std::string(kHalfSize, 'x'));
 
-    const auto outcome = download(L"medium.bin", {static_cast<long>(resumeOffset)});
+    const auto outcome = download(L"medium.bin", {static_cast<long>(kResumeOffset)});
 
     EXPECT_EQ(outcome.result, voInetErrorSuccess);
     EXPECT_EQ(outcome.offset, 0);
-    expectLocalText(servedText(mediumSize));
+    expectLocalText(servedText(kMediumSize));
 }
 
 TEST_P(VsftpdVisit, AbsentFile_IsNotFound) {
@@ -126,17 +126,17 @@ TEST_P(VsftpdVisit, SecondDownload_NeedsNoNewLogon) {
 
     EXPECT_EQ(download(L"medium.bin").result, voInetErrorSuccess);
 
-    expectLocalText(servedText(mediumSize));
+    expectLocalText(servedText(kMediumSize));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, VsftpdVisit,
                          testing::Values(Visit{"AnonymousIpv4", serverIpv4, "", ""},
                                          Visit{"AnonymousIpv6", serverIpv6, "", ""},
-                                         Visit{"UserIpv4", serverIpv4, VsftpdServer::plainUser,
-                                               VsftpdServer::plainPassword},
+                                         Visit{"UserIpv4", serverIpv4, VsftpdServer::kPlainUser,
+                                               VsftpdServer::kPlainPassword},
                                          Visit{"SpecialUserIpv6", serverIpv6,
-                                               VsftpdServer::specialUser,
-                                               VsftpdServer::specialPassword}),
+                                               VsftpdServer::kSpecialUser,
+                                               VsftpdServer::kSpecialPassword}),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
 TEST_F(Vsftpd, AnonymousLogon_SendsTheFixedPassword) {
@@ -148,7 +148,7 @@ TEST_F(Vsftpd, AnonymousLogon_SendsTheFixedPassword) {
 TEST_F(Vsftpd, WrongPassword_FailsLogonAndDownload) {
     makeLocalFile("old");
 
-    EXPECT_EQ(logOn(settingsFor({"", serverIpv4, VsftpdServer::plainUser, "wrong"})),
+    EXPECT_EQ(logOn(settingsFor({"", serverIpv4, VsftpdServer::kPlainUser, "wrong"})),
               voInetErrorTransferFailed);
     EXPECT_EQ(download(L"medium.bin").result, voInetErrorFailed);
 
@@ -158,7 +158,7 @@ TEST_F(Vsftpd, WrongPassword_FailsLogonAndDownload) {
 TEST_F(Vsftpd, UnknownUser_FailsLogonAndDownload) {
     makeLocalFile("old");
 
-    EXPECT_EQ(logOn(settingsFor({"", serverIpv4, "nobody", VsftpdServer::plainPassword})),
+    EXPECT_EQ(logOn(settingsFor({"", serverIpv4, "nobody", VsftpdServer::kPlainPassword})),
               voInetErrorTransferFailed);
     EXPECT_EQ(download(L"medium.bin").result, voInetErrorFailed);
 

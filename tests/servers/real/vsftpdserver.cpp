@@ -13,17 +13,17 @@
 namespace voinettest {
 namespace {
 
-constexpr const char* program = "/usr/sbin/vsftpd";
-constexpr const char* pamDirectory = "/etc/pam.d";
-constexpr const char* pamPrefix = "voinet-test-";
+constexpr const char* kProgram = "/usr/sbin/vsftpd";
+constexpr const char* kPamDirectory = "/etc/pam.d";
+constexpr const char* kPamPrefix = "voinet-test-";
 
 std::filesystem::path pamFile(const std::string& service) {
-    return std::filesystem::path(pamDirectory) / service;
+    return std::filesystem::path(kPamDirectory) / service;
 }
 
 // After the prefix comes the number of the process that made the service.
 bool isAbandoned(const std::string& service) {
-    const std::string prefix = pamPrefix;
+    const std::string prefix = kPamPrefix;
     if (service.compare(0, prefix.size(), prefix) != 0) {
         return false;
     }
@@ -33,7 +33,7 @@ bool isAbandoned(const std::string& service) {
 }
 
 void removeAbandonedServices() {
-    for (const auto& entry : std::filesystem::directory_iterator(pamDirectory)) {
+    for (const auto& entry : std::filesystem::directory_iterator(kPamDirectory)) {
         if (isAbandoned(entry.path().filename().string())) {
             std::error_code ignored;  // another test may be faster
             std::filesystem::remove(entry.path(), ignored);
@@ -47,7 +47,7 @@ std::vector<std::string> prepare(const ServerDirectory& directory, const Reserve
     std::filesystem::permissions(directory.write("files/secret.bin", "secret"),
                                  std::filesystem::perms(0));
     directory.makeFolder("empty");
-    const bool isIpv6 = port.address() == loopbackIpv6;
+    const bool isIpv6 = port.address() == kLoopbackIpv6;
     const auto yesOrNo = [](bool isYes) { return isYes ? "YES" : "NO"; };
     const std::string configuration = directory.configure(
         "vsftpd.conf", {
@@ -60,7 +60,7 @@ std::vector<std::string> prepare(const ServerDirectory& directory, const Reserve
                            {"PAM_SERVICE", pamService ? pamService->name() : "none"},
                            {"LAUNCHING_USER", yesOrNo(!isRoot())},
                        });
-    return {program, configuration};
+    return {kProgram, configuration};
 }
 
 std::unique_ptr<PamService> makePamService(const ServerDirectory& directory,
@@ -68,8 +68,8 @@ std::unique_ptr<PamService> makePamService(const ServerDirectory& directory,
     std::unique_ptr<PamService> made;
     if (isRoot()) {
         const std::string lines =
-            passwordLine(VsftpdServer::plainUser, VsftpdServer::plainPassword) +
-            passwordLine(VsftpdServer::specialUser, VsftpdServer::specialPassword);
+            passwordLine(VsftpdServer::kPlainUser, VsftpdServer::kPlainPassword) +
+            passwordLine(VsftpdServer::kSpecialUser, VsftpdServer::kSpecialPassword);
         made = std::make_unique<PamService>(directory.write("users", lines), port.text());
     }
     return made;
@@ -84,7 +84,7 @@ std::vector<ReservedPort> reservePort(const std::string& address) {
 }  // namespace
 
 PamService::PamService(const std::string& usersFile, const std::string& distinction)
-    : name_(pamPrefix + std::to_string(::getpid()) + "-" + distinction) {
+    : name_(kPamPrefix + std::to_string(::getpid()) + "-" + distinction) {
     removeAbandonedServices();
     std::ofstream file(pamFile(name_));
     file << fillIn("pam-service.in", {{"USERS_FILE", usersFile}});

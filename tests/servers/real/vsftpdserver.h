@@ -32,10 +32,10 @@ class PamService {
 class VsftpdServer {
   public:
     /// The users; all may read the same files.
-    static constexpr const char* plainUser = "plain";
-    static constexpr const char* plainPassword = "secret";
-    static constexpr const char* specialUser = "rea@der";
-    static constexpr const char* specialPassword = "p@ss:w%rd";
+    static constexpr const char* kPlainUser = "plain";
+    static constexpr const char* kPlainPassword = "secret";
+    static constexpr const char* kSpecialUser = "rea@der";
+    static constexpr const char* kSpecialPassword = "p@ss:w%rd";
 
     explicit VsftpdServer(const std::string& address);
 

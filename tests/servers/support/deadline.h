@@ -17,11 +17,11 @@ class Deadline {
     int remainingMilliseconds() const {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             end_ - std::chrono::steady_clock::now());
-        return static_cast<int>(std::clamp<long long>(left.count(), 0, longestPoll));
+        return static_cast<int>(std::clamp<long long>(left.count(), 0, kLongestPoll));
     }
 
   private:
-    static constexpr long long longestPoll = 3'600'000;
+    static constexpr long long kLongestPoll = 3'600'000;
 
     explicit Deadline(std::chrono::milliseconds patience)
         : end_(std::chrono::steady_clock::now() + patience) {}

@@ -62,7 +62,7 @@ class FtpTalk {
         }
         if (command == "SIZE") {
             const auto file = find();
-            return answer(command, file ? "213 " + std::to_string(file->size()) : noFile);
+            return answer(command, file ? "213 " + std::to_string(file->size()) : kNoFile);
         }
         if (command == "REST") {
             offset_ = std::stoul(argument_);
@@ -99,7 +99,7 @@ class FtpTalk {
     bool retrieve() {
         const auto file = find();
         if (!file || site_.replies.count("RETR") > 0) {
-            return answer("RETR", noFile);
+            return answer("RETR", kNoFile);
         }
         if (!sendAll(control_, reply("150 here it comes"))) {
             return false;
@@ -133,7 +133,7 @@ class FtpTalk {
         return line;
     }
 
-    static constexpr const char* noFile = "550 No such file";
+    static constexpr const char* kNoFile = "550 No such file";
 
     const FtpSite& site_;
     Descriptor control_;

@@ -19,7 +19,7 @@ namespace voinettest {
 namespace {
 
 // poll() leaves out negative numbers: those of closed pipes too.
-constexpr int noEvent = -1;
+constexpr int kNoEvent = -1;
 
 struct Pipe {
     Descriptor readEnd;
@@ -129,8 +129,8 @@ Descriptor openEndEvent(pid_t id) {
 }
 
 int shellStatus(int waitStatus) {
-    constexpr int signalBase = 128;
-    return WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : signalBase + WTERMSIG(waitStatus);
+    constexpr int kSignalBase = 128;
+    return WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : kSignalBase + WTERMSIG(waitStatus);
 }
 
 }  // namespace
@@ -161,7 +161,7 @@ std::optional<std::string> Process::readLine(Deadline deadline) {
         if (auto line = takeLine()) {
             return line;
         }
-        if (!streams_[0].pipe.isOpen() || !pump(noEvent, deadline)) {
+        if (!streams_[0].pipe.isOpen() || !pump(kNoEvent, deadline)) {
             return std::nullopt;
         }
     }

@@ -14,8 +14,8 @@
 namespace voinettest {
 namespace {
 
-constexpr const char* lineEnd = "\r\n";
-constexpr const char* headEnd = "\r\n\r\n";
+constexpr const char* kLineEnd = "\r\n";
+constexpr const char* kHeadEnd = "\r\n\r\n";
 
 using AddressList = std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)>;
 
@@ -53,11 +53,11 @@ std::pair<std::string, std::string> parseHeader(const std::string& line) {
 }
 
 RawReply parseHead(const std::string& head) {
-    constexpr std::size_t versionLength = 9;
+    constexpr std::size_t kVersionLength = 9;
     RawReply reply;
     std::size_t begin = 0;
     for (std::size_t end = 0; begin < head.size(); begin = end + 2) {
-        end = head.find(lineEnd, begin);
+        end = head.find(kLineEnd, begin);
         const std::string line = head.substr(begin, end - begin);
         if (begin == 0) {
             reply.statusLine = line;
@@ -65,10 +65,10 @@ RawReply parseHead(const std::string& head) {
             reply.headers.push_back(parseHeader(line));
         }
     }
-    if (reply.statusLine.compare(0, versionLength, "HTTP/1.1 ") != 0) {
+    if (reply.statusLine.compare(0, kVersionLength, "HTTP/1.1 ") != 0) {
         throw std::runtime_error("no status line: " + reply.statusLine);
     }
-    reply.status = std::stoi(reply.statusLine.substr(versionLength));
+    reply.status = std::stoi(reply.statusLine.substr(kVersionLength));
     return reply;
 }
 
@@ -138,7 +138,7 @@ bool RawConnection::readsEnd() {
 // The status line and the headers, each with its end.
 std::string RawConnection::readHeadText() {
     std::size_t end = std::string::npos;
-    while ((end = received_.find(headEnd)) == std::string::npos) {
+    while ((end = received_.find(kHeadEnd)) == std::string::npos) {
         if (!receive()) {
             throw std::runtime_error("the connection was closed within a head: " + received_);
         }
@@ -171,12 +171,12 @@ bool RawConnection::receive() {
 
 std::string rawRequest(const std::string& method, const std::string& target,
                        const std::vector<std::string>& headers) {
-    std::string request = method + ' ' + target + " HTTP/1.1" + lineEnd;
-    request += std::string("Host: localhost") + lineEnd;
+    std::string request = method + ' ' + target + " HTTP/1.1" + kLineEnd;
+    request += std::string("Host: localhost") + kLineEnd;
     for (const std::string& header : headers) {
-        request += header + lineEnd;
+        request += header + kLineEnd;
     }
-    return request + lineEnd;
+    return request + kLineEnd;
 }
 
 RawReply exchange(std::uint16_t port, const std::string& method, const std::string& target,

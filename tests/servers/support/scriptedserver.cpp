@@ -23,19 +23,19 @@ bool receiveMore(const Descriptor& connection, std::string& bytes) {
 
 /// The whole request's size as its head announces it.
 std::size_t announcedSize(const std::string& request, std::size_t headSize) {
-    static const std::string header = "\r\nContent-Length: ";
-    const std::size_t at = request.find(header);
+    static const std::string kHeader = "\r\nContent-Length: ";
+    const std::size_t at = request.find(kHeader);
     return at == std::string::npos || at > headSize
                ? headSize
-               : headSize + std::stoul(request.substr(at + header.size()));
+               : headSize + std::stoul(request.substr(at + kHeader.size()));
 }
 
 /// Head and body; none when the client goes before they are complete.
 std::optional<std::string> receiveRequest(const Descriptor& connection,
                                           const std::function<void()>& onHead) {
-    static const std::string headEnd = "\r\n\r\n";
+    static const std::string kHeadEnd = "\r\n\r\n";
     std::string request;
-    while (request.find(headEnd) == std::string::npos) {
+    while (request.find(kHeadEnd) == std::string::npos) {
         if (!receiveMore(connection, request)) {
             return std::nullopt;
         }
@@ -43,7 +43,7 @@ std::optional<std::string> receiveRequest(const Descriptor& connection,
     if (onHead) {
         onHead();
     }
-    const std::size_t size = announcedSize(request, request.find(headEnd) + headEnd.size());
+    const std::size_t size = announcedSize(request, request.find(kHeadEnd) + kHeadEnd.size());
     while (request.size() < size) {
         if (!receiveMore(connection, request)) {
             return std::nullopt;

@@ -17,7 +17,7 @@ namespace voinettest {
 
 namespace fs = std::filesystem;
 
-inline constexpr const char* program = VOINET_SERVER_PROGRAM;
+inline constexpr const char* kProgram = VOINET_SERVER_PROGRAM;
 
 /// Every byte depends on its position, so that an offset error shows.
 inline std::string positionDependent(std::size_t size) {
@@ -30,8 +30,8 @@ inline std::string positionDependent(std::size_t size) {
 
 /// What is in the files of a Site.
 inline const std::string& fileData() {
-    static const std::string data = positionDependent(1000);
-    return data;
+    static const std::string kData = positionDependent(1000);
+    return kData;
 }
 
 /// A repository directory; what lies beside it must never be served.
@@ -41,7 +41,7 @@ class Site {
         folder_.write("repository/file.bin", fileData());
         folder_.write("repository/folder/inner.bin", fileData());
         folder_.write("repository/empty.bin", "");
-        folder_.write("secret.txt", secret);
+        folder_.write("secret.txt", kSecret);
     }
 
     fs::path root() const { return folder_.path() / "repository"; }
@@ -54,7 +54,7 @@ class Site {
     }
     std::string readOutside(const std::string& name) const { return folder_.read(name); }
 
-    static constexpr const char* secret = "not for everybody";
+    static constexpr const char* kSecret = "not for everybody";
 
   private:
     TemporaryDirectory folder_;
@@ -62,7 +62,7 @@ class Site {
 
 inline DevelopmentServer serve(const Site& site, const std::vector<std::string>& options = {},
                                const std::map<std::string, std::string>& environment = {}) {
-    return {program, site.root().string(), options, environment};
+    return {kProgram, site.root().string(), options, environment};
 }
 
 inline RawReply get(const DevelopmentServer& server, const std::string& target,
@@ -77,14 +77,14 @@ inline RawReply head(const DevelopmentServer& server, const std::string& target,
 
 /// The headers of a request as an agent posts it, besides Content-Length.
 inline const std::vector<std::string>& agentHeaders() {
-    static const std::vector<std::string> headers = {
+    static const std::vector<std::string> kHeaders = {
         "Host: localhost",
         "User-Agent: Mozilla/4.0 (compatible; KESTL/3.0; Windows)",
         "Accept: application/octet-stream",
         "Accept-Language: en-us",
         "Content-Type: application/octet-stream",
     };
-    return headers;
+    return kHeaders;
 }
 
 /// The head of a POST request with these headers and no others.

@@ -22,7 +22,7 @@ namespace {
 using AddressList = std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)>;
 
 // Only reached when something is broken.
-constexpr timeval patience{60, 0};
+constexpr timeval kPatience{60, 0};
 
 // A structure of mbedTLS, which must stay where it is.
 template <class Object, auto initialise, auto release>
@@ -64,7 +64,7 @@ Descriptor connectTo(const std::string& address, std::uint16_t port) {
         ::socket(target->ai_family, target->ai_socktype | SOCK_CLOEXEC, target->ai_protocol));
     require(connection.isOpen(), "making a socket");
     for (const int direction : {SO_RCVTIMEO, SO_SNDTIMEO}) {
-        ::setsockopt(connection.get(), SOL_SOCKET, direction, &patience, sizeof(patience));
+        ::setsockopt(connection.get(), SOL_SOCKET, direction, &kPatience, sizeof(kPatience));
     }
     require(::connect(connection.get(), target->ai_addr, target->ai_addrlen) == 0, "connecting");
     return connection;
@@ -98,9 +98,9 @@ std::time_t timeOf(const mbedtls_x509_time& time) {
 }
 
 std::string textOfAddress(const mbedtls_x509_buf& address) {
-    constexpr std::size_t ipv4Size = 4;
+    constexpr std::size_t kIpv4Size = 4;
     std::array<char, INET6_ADDRSTRLEN> text{};
-    const int family = address.len == ipv4Size ? AF_INET : AF_INET6;
+    const int family = address.len == kIpv4Size ? AF_INET : AF_INET6;
     require(::inet_ntop(family, address.p, text.data(), text.size()) != nullptr, "inet_ntop");
     return text.data();
 }

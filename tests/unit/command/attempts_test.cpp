@@ -22,8 +22,8 @@ using tessaro_com::pkm::voInet::voInetErrorUploadSetup;
 
 namespace {
 
-constexpr const char* library = "voInet";
-constexpr const char* curl = "curl";
+constexpr const char* kLibrary = "voInet";
+constexpr const char* kCurl = "curl";
 
 ActiveTarget target(HostForm form, const std::string& host, bool configured = true) {
     ActiveTarget result;
@@ -39,16 +39,16 @@ struct Fixture {
     ActiveTarget active = target(HostForm::ip, "192.0.2.7");
     AttemptLog log{[this] { return active; }};
 
-    void Logon() { log.Add(library, "Trying to connect.."); }
-    void LogonFails() { log.Add(library, "Unable to connect to 192.0.2.7 on port 8080."); }
-    void Download() { log.Add(library, "Open URL: http://192.0.2.7:8080/a"); }
-    void Exchange() { log.Add(library, "Calling upload file response"); }
-    void CurlReturned(int code) { log.Add(library, "curl returned " + std::to_string(code)); }
+    void Logon() { log.Add(kLibrary, "Trying to connect.."); }
+    void LogonFails() { log.Add(kLibrary, "Unable to connect to 192.0.2.7 on port 8080."); }
+    void Download() { log.Add(kLibrary, "Open URL: http://192.0.2.7:8080/a"); }
+    void Exchange() { log.Add(kLibrary, "Calling upload file response"); }
+    void CurlReturned(int code) { log.Add(kLibrary, "curl returned " + std::to_string(code)); }
     void Head(const std::string& line) {
-        log.Add(curl, "0x55d0 rcv head " + std::to_string(line.size()) + " " + line);
+        log.Add(kCurl, "0x55d0 rcv head " + std::to_string(line.size()) + " " + line);
     }
     void Info(const std::string& line) {
-        log.Add(curl, "0x55d0 info " + std::to_string(line.size()) + " " + line);
+        log.Add(kCurl, "0x55d0 info " + std::to_string(line.size()) + " " + line);
     }
 };
 
@@ -60,8 +60,8 @@ TEST(AttemptLog, SuccessfulLogonAndDownload_TwoAttemptsWithoutCause) {
     fixture.Head("HTTP/1.1 200 OK`0x0d`0x0a");
     fixture.log.Finish(Stage::logon, voInetErrorSuccess);
     fixture.Download();
-    fixture.log.Add(library, "curl_easy_perform returned value: 0");
-    fixture.log.Add(library, "Server response code value: 200 ");
+    fixture.log.Add(kLibrary, "curl_easy_perform returned value: 0");
+    fixture.log.Add(kLibrary, "Server response code value: 200 ");
     fixture.log.Finish(Stage::download, voInetErrorSuccess);
 
     ASSERT_EQ(fixture.log.All().size(), 2U);
@@ -77,8 +77,8 @@ TEST(AttemptLog, DownloadMovesOnToMissingForm_CauseIsTheDownload) {
     fixture.Logon();
     fixture.log.Finish(Stage::logon, voInetErrorSuccess);
     fixture.Download();
-    fixture.log.Add(library, "curl_easy_perform returned value: 0");
-    fixture.log.Add(library, "Server response code value: 503 ");
+    fixture.log.Add(kLibrary, "curl_easy_perform returned value: 0");
+    fixture.log.Add(kLibrary, "Server response code value: 503 ");
     fixture.active = target(HostForm::fqdn, "192.0.2.7", false);
     fixture.Logon();
     fixture.Head("HTTP/1.1 200 OK`0x0d`0x0a");
@@ -120,7 +120,7 @@ TEST(AttemptLog, EarlierLogonMadeGoodByAnotherForm_IsNoCause) {
     fixture.Logon();
     fixture.log.Finish(Stage::logon, voInetErrorSuccess);
     fixture.Download();
-    fixture.log.Add(library, "Server response code value: 404 ");
+    fixture.log.Add(kLibrary, "Server response code value: 404 ");
     fixture.log.Finish(Stage::download, voInetErrorFileNotFound);
 
     ASSERT_EQ(fixture.log.All().size(), 3U);
@@ -133,7 +133,7 @@ TEST(AttemptLog, BrokenDownloadThenFailedLogons_KeepsEachResult) {
     Fixture fixture;
     fixture.Download();
     fixture.Head("HTTP/1.1 200 OK`0x0d`0x0a");
-    fixture.log.Add(library, "curl_easy_perform returned value: 28");
+    fixture.log.Add(kLibrary, "curl_easy_perform returned value: 28");
     fixture.active = target(HostForm::fqdn, "second");
     fixture.Logon();
     fixture.Info("Could not resolve host: second`0x0a");
@@ -149,7 +149,7 @@ TEST(AttemptLog, BrokenDownloadThenFailedLogons_KeepsEachResult) {
 TEST(AttemptLog, AlternateCredentials_AreNotedWithTheProxy) {
     Fixture fixture;
     fixture.Download();
-    fixture.log.Add(library, "Using alternate proxy server: proxy ");
+    fixture.log.Add(kLibrary, "Using alternate proxy server: proxy ");
 
     EXPECT_TRUE(fixture.log.All()[0].alternateCredentials);
     EXPECT_EQ(fixture.log.All()[0].target.proxy, "proxy:3128");
@@ -215,7 +215,7 @@ TEST(AttemptLog, ExchangeWithUnknownStatus_FailedThoughTheLibrarySaysSuccess) {
     Fixture fixture;
     fixture.Exchange();
     fixture.CurlReturned(0);
-    fixture.log.Add(library, "Received response 500 from server");
+    fixture.log.Add(kLibrary, "Received response 500 from server");
     fixture.log.Finish(Stage::exchange, voInetErrorSuccess);
 
     ASSERT_EQ(fixture.log.All().size(), 1U);
@@ -294,7 +294,7 @@ TEST(AttemptLog, ExchangesWithoutAnyAnswer_TheFirstIsTheCause) {
 TEST(AttemptLog, LinesOutsideAnAttempt_AreIgnored) {
     Fixture fixture;
     fixture.Head("HTTP/1.1 200 OK`0x0d`0x0a");
-    fixture.log.Add(library, "Server response code value: 200 ");
+    fixture.log.Add(kLibrary, "Server response code value: 200 ");
     fixture.log.Finish(Stage::download, voInetErrorInvalidArgument);
 
     EXPECT_TRUE(fixture.log.All().empty());

@@ -12,7 +12,7 @@ namespace voinet_command {
 
 namespace {
 
-constexpr int statusOfStop = 42;
+constexpr int kStatusOfStop = 42;
 
 /// Ends the process, which is a child of the test, by way of the watch.
 [[noreturn]] void stopBySignal(bool isBefore, int signal) {
@@ -20,7 +20,7 @@ constexpr int statusOfStop = 42;
     if (isBefore) {
         ::raise(signal);
     }
-    const ExchangeWatch watch({}, [] { ::_exit(statusOfStop); });
+    const ExchangeWatch watch({}, [] { ::_exit(kStatusOfStop); });
     if (!isBefore) {
         ::raise(signal);
     }
@@ -33,8 +33,8 @@ constexpr int statusOfStop = 42;
 
 TEST(ExchangeWatchDeathTest, SignalBeforeOrMeanwhile_CallsStop) {
     for (const int signal : {SIGINT, SIGTERM}) {
-        EXPECT_EXIT(stopBySignal(true, signal), testing::ExitedWithCode(statusOfStop), "");
-        EXPECT_EXIT(stopBySignal(false, signal), testing::ExitedWithCode(statusOfStop), "");
+        EXPECT_EXIT(stopBySignal(true, signal), testing::ExitedWithCode(kStatusOfStop), "");
+        EXPECT_EXIT(stopBySignal(false, signal), testing::ExitedWithCode(kStatusOfStop), "");
     }
 }
 

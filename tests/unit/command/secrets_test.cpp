@@ -15,7 +15,7 @@ using testing::Not;
 
 namespace {
 
-constexpr const char* variable = "VOINET_COMMAND_TEST_SECRET";
+constexpr const char* kVariable = "VOINET_COMMAND_TEST_SECRET";
 
 SecretSource fromFile(const std::string& path) {
     SecretSource source;
@@ -25,7 +25,7 @@ SecretSource fromFile(const std::string& path) {
 
 SecretSource fromVariable() {
     SecretSource source;
-    source.environment = variable;
+    source.environment = kVariable;
     return source;
 }
 
@@ -53,10 +53,10 @@ TEST(Secrets, File_GivesItsFirstLine) {
 }
 
 TEST(Secrets, Variable_GivesItsValue) {
-    ::setenv(variable, "p\xc3\xa4ss", 1);
+    ::setenv(kVariable, "p\xc3\xa4ss", 1);
     EXPECT_EQ(readSecret(fromVariable(), "password"), "p\xc3\xa4ss");
-    ::unsetenv(variable);
-    EXPECT_THAT(refusal(fromVariable()), HasSubstr(variable));
+    ::unsetenv(kVariable);
+    EXPECT_THAT(refusal(fromVariable()), HasSubstr(kVariable));
 }
 
 TEST(Secrets, UnusableSecrets_AreRefusedWithoutShowingThem) {
@@ -66,10 +66,10 @@ TEST(Secrets, UnusableSecrets_AreRefusedWithoutShowingThem) {
         EXPECT_THAT(text, HasSubstr("password"));
         EXPECT_THAT(text, Not(HasSubstr("geheim")));
     }
-    ::setenv(variable, "geheim\nHeader: injected", 1);
+    ::setenv(kVariable, "geheim\nHeader: injected", 1);
     EXPECT_THAT(refusal(fromVariable()), Not(HasSubstr("geheim")));
     EXPECT_NE(refusal(fromVariable()), "accepted");
-    ::unsetenv(variable);
+    ::unsetenv(kVariable);
 }
 
 TEST(Secrets, MissingFile_IsALocalFailure) {

@@ -66,11 +66,11 @@ TEST(AString, FormatWiderThanItsWidth_KeepsAllDigits) {
 }
 
 TEST(AString, EveryByte_HasTwoHexadecimalDigits) {
-    constexpr wchar_t digits[] = L"0123456789abcdef";
+    constexpr wchar_t kDigits[] = L"0123456789abcdef";
     for (unsigned long byte = 0; byte <= 0xFF; ++byte) {
         AString text;
         text += AFormat(byte, "0x", 2);
-        EXPECT_EQ(textOf(text), (std::wstring{L'0', L'x', digits[byte / 16], digits[byte % 16]}));
+        EXPECT_EQ(textOf(text), (std::wstring{L'0', L'x', kDigits[byte / 16], kDigits[byte % 16]}));
     }
 }
 

@@ -74,7 +74,8 @@ class DefaultLog : public testing::Test {
     TestDirectory m_directory;
 };
 
-constexpr char timePattern[] = "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z ";
+constexpr char kTimePattern[] =
+    "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z ";
 
 TEST_F(DefaultLog, InfoAndError_AreLinesOfTimeLevelModuleAndMessage) {
     const auto lines = linesOf([] {
@@ -84,8 +85,8 @@ TEST_F(DefaultLog, InfoAndError_AreLinesOfTimeLevelModuleAndMessage) {
 
     EXPECT_THAT(
         lines,
-        ElementsAre(MatchesRegex(std::string(timePattern) + "info voInet: all is w\xC3\xA9ll"),
-                    MatchesRegex(std::string(timePattern) + "error other: it broke")));
+        ElementsAre(MatchesRegex(std::string(kTimePattern) + "info voInet: all is w\xC3\xA9ll"),
+                    MatchesRegex(std::string(kTimePattern) + "error other: it broke")));
 }
 
 TEST_F(DefaultLog, Detail_IsPassedOverAtStart) {
@@ -96,7 +97,7 @@ TEST_F(DefaultLog, DetailEnabled_WritesDetailOfEveryModule) {
     hostLogSetDetailEnabled(true);
 
     EXPECT_THAT(linesOf([] { logDetail(L"curl", L"x"); }),
-                ElementsAre(MatchesRegex(std::string(timePattern) + "detail curl: x")));
+                ElementsAre(MatchesRegex(std::string(kTimePattern) + "detail curl: x")));
 }
 
 TEST_F(DefaultLog, DetailList_WritesDetailOfItsModulesOnly) {
@@ -107,12 +108,12 @@ TEST_F(DefaultLog, DetailList_WritesDetailOfItsModulesOnly) {
         logDetail(L"curl", L"y");
     });
 
-    EXPECT_THAT(lines, ElementsAre(MatchesRegex(std::string(timePattern) + "detail curl: y")));
+    EXPECT_THAT(lines, ElementsAre(MatchesRegex(std::string(kTimePattern) + "detail curl: y")));
 }
 
 TEST_F(DefaultLog, NullTexts_CountAsEmpty) {
     EXPECT_THAT(linesOf([] { logInfo(nullptr, nullptr); }),
-                ElementsAre(MatchesRegex(std::string(timePattern) + "info : ")));
+                ElementsAre(MatchesRegex(std::string(kTimePattern) + "info : ")));
 }
 
 TEST_F(DefaultLog, LineBreaksAndControls_AreShownAndForgeNoLine) {
@@ -146,15 +147,15 @@ TEST_F(DefaultLog, IllFormedWideText_IsReplaced) {
 }
 
 TEST_F(DefaultLog, LinesOfManyThreads_DoNotMix) {
-    constexpr int threadCount = 8;
-    constexpr int linesEach = 200;
+    constexpr int kThreadCount = 8;
+    constexpr int kLinesEach = 200;
     const auto lines = linesOf([] {
         std::vector<std::thread> threads;
-        threads.reserve(threadCount);
-        for (int i = 0; i < threadCount; ++i) {
+        threads.reserve(kThreadCount);
+        for (int i = 0; i < kThreadCount; ++i) {
             threads.emplace_back([i] {
                 const std::wstring message(300, static_cast<wchar_t>(L'a' + i));
-                for (int line = 0; line < linesEach; ++line) {
+                for (int line = 0; line < kLinesEach; ++line) {
                     logInfo(L"m", message.c_str());
                 }
             });
@@ -164,7 +165,7 @@ TEST_F(DefaultLog, LinesOfManyThreads_DoNotMix) {
         }
     });
 
-    EXPECT_EQ(lines.size(), static_cast<std::size_t>(threadCount * linesEach));
+    EXPECT_EQ(lines.size(), static_cast<std::size_t>(kThreadCount * kLinesEach));
     for (const std::string& line : lines) {
         const std::string message = line.substr(line.find(": ") + 2);
         EXPECT_EQ(message, std::string(300, message.empty() ? ' ' : message[0]));
@@ -190,7 +191,7 @@ TEST_F(DefaultLog, StandardErrorThatNobodyReads_DoesNotEndTheProcess) {
 }
 
 TEST_F(DefaultLog, FullNonBlockingPipe_GetsEveryLineWhole) {
-    constexpr int lineCount = 300;
+    constexpr int kLineCount = 300;
     const std::wstring message(1000, L'x');
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -206,7 +207,7 @@ TEST_F(DefaultLog, FullNonBlockingPipe_GetsEveryLineWhole) {
         {
             const StandardErrorTo redirection(ends[1]);
             close(ends[1]);
-            for (int i = 0; i < lineCount; ++i) {
+            for (int i = 0; i < kLineCount; ++i) {
                 logInfo(L"m", message.c_str());
             }
         }
@@ -219,7 +220,7 @@ TEST_F(DefaultLog, FullNonBlockingPipe_GetsEveryLineWhole) {
     for (std::size_t at = 0; (at = received.find(ending, at)) != std::string::npos; ++at) {
         ++found;
     }
-    EXPECT_EQ(found, static_cast<std::size_t>(lineCount));
+    EXPECT_EQ(found, static_cast<std::size_t>(kLineCount));
 }
 
 TEST_F(DefaultLog, Logging_KeepsErrno) {
@@ -297,23 +298,23 @@ TEST(LogHandler, HandlerThatReplacesItself_LivesUntilItReturns) {
 }
 
 TEST(LogHandler, ReplacedWhileOthersLog_IsNotCalledAfterwards) {
-    constexpr int replacements = 500;
+    constexpr int kReplacements = 500;
     std::atomic<bool> isDone{false};
     std::atomic<int> lateCalls{0};
     std::atomic<int> running{0};
     std::atomic<int> overlaps{0};
     hostLogSetHandler([](HostLogLevel, const wchar_t*, const wchar_t*) {});
-    constexpr int loggerCount = 4;
+    constexpr int kLoggerCount = 4;
     std::vector<std::thread> loggers;
-    loggers.reserve(loggerCount);
-    for (int i = 0; i < loggerCount; ++i) {
+    loggers.reserve(kLoggerCount);
+    for (int i = 0; i < kLoggerCount; ++i) {
         loggers.emplace_back([&] {
             while (!isDone) {
                 logInfo(L"m", L"x");
             }
         });
     }
-    for (int i = 0; i < replacements; ++i) {
+    for (int i = 0; i < kReplacements; ++i) {
         const auto isRetired = std::make_shared<std::atomic<bool>>(false);
         hostLogSetHandler([&, isRetired](HostLogLevel, const wchar_t*, const wchar_t*) {
             overlaps += running++ == 0 ? 0 : 1;

@@ -82,29 +82,29 @@ int openat(int directory, const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    static auto* const real = realFunction<int(int, const char*, int, ...)>("openat64");
-    return failsNow("openat") ? -1 : real(directory, path, flags, mode);
+    static auto* const kReal = realFunction<int(int, const char*, int, ...)>("openat64");
+    return failsNow("openat") ? -1 : kReal(directory, path, flags, mode);
 }
 
 int fstat(int file, struct stat* status) noexcept {
-    static auto* const real = realFunction<int(int, struct stat*)>("fstat64");
-    return failsNow("fstat") ? -1 : real(file, status);
+    static auto* const kReal = realFunction<int(int, struct stat*)>("fstat64");
+    return failsNow("fstat") ? -1 : kReal(file, status);
 }
 
 int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept {
-    static auto* const real = realFunction<int(int, const char*, struct stat*, int)>("fstatat64");
-    return failsNow("fstatat") ? -1 : real(directory, path, status, flags);
+    static auto* const kReal = realFunction<int(int, const char*, struct stat*, int)>("fstatat64");
+    return failsNow("fstatat") ? -1 : kReal(directory, path, status, flags);
 }
 
 int fstatfs(int file, struct statfs* status) noexcept {
-    static auto* const real = realFunction<int(int, struct statfs*)>("fstatfs64");
-    return failsNow("fstatfs") ? -1 : real(file, status);
+    static auto* const kReal = realFunction<int(int, struct statfs*)>("fstatfs64");
+    return failsNow("fstatfs") ? -1 : kReal(file, status);
 }
 
 ssize_t readlinkat(int directory, const char* path, char* text, std::size_t size) noexcept {
-    static auto* const real =
+    static auto* const kReal =
         realFunction<ssize_t(int, const char*, char*, std::size_t)>("readlinkat");
-    return failsNow("readlinkat") ? -1 : real(directory, path, text, size);
+    return failsNow("readlinkat") ? -1 : kReal(directory, path, text, size);
 }
 
 int fcntl(int file, int command, ...) {
@@ -112,8 +112,8 @@ int fcntl(int file, int command, ...) {
     va_start(arguments, command);
     const long argument = va_arg(arguments, long);
     va_end(arguments);
-    static auto* const real = realFunction<int(int, int, ...)>("fcntl64");
-    return failsNow("fcntl") ? -1 : real(file, command, argument);
+    static auto* const kReal = realFunction<int(int, int, ...)>("fcntl64");
+    return failsNow("fcntl") ? -1 : kReal(file, command, argument);
 }
 
 int ioctl(int file, unsigned long request, ...) noexcept {
@@ -121,96 +121,97 @@ int ioctl(int file, unsigned long request, ...) noexcept {
     va_start(arguments, request);
     const long argument = va_arg(arguments, long);
     va_end(arguments);
-    static auto* const real = realFunction<int(int, unsigned long, ...)>("ioctl");
-    return failsNow("ioctl") ? -1 : real(file, request, argument);
+    static auto* const kReal = realFunction<int(int, unsigned long, ...)>("ioctl");
+    return failsNow("ioctl") ? -1 : kReal(file, request, argument);
 }
 
 ssize_t read(int file, void* buffer, std::size_t size) {
-    static auto* const real = realFunction<ssize_t(int, void*, std::size_t)>("read");
-    return failsNow("read") ? -1 : real(file, buffer, shortened(size));
+    static auto* const kReal = realFunction<ssize_t(int, void*, std::size_t)>("read");
+    return failsNow("read") ? -1 : kReal(file, buffer, shortened(size));
 }
 
 ssize_t write(int file, const void* buffer, std::size_t size) {
-    static auto* const real = realFunction<ssize_t(int, const void*, std::size_t)>("write");
-    return failsNow("write") ? -1 : real(file, buffer, shortened(size));
+    static auto* const kReal = realFunction<ssize_t(int, const void*, std::size_t)>("write");
+    return failsNow("write") ? -1 : kReal(file, buffer, shortened(size));
 }
 
 ssize_t copy_file_range(int in, off_t* inOffset, int out, off_t* outOffset, std::size_t size,
                         unsigned flags) {
-    static auto* const real =
+    static auto* const kReal =
         realFunction<ssize_t(int, off_t*, int, off_t*, std::size_t, unsigned)>("copy_file_range");
-    return failsNow("copy_file_range") ? -1
-                                       : real(in, inOffset, out, outOffset, shortened(size), flags);
+    return failsNow("copy_file_range")
+               ? -1
+               : kReal(in, inOffset, out, outOffset, shortened(size), flags);
 }
 
 ssize_t sendfile(int out, int in, off_t* offset, std::size_t size) noexcept {
-    static auto* const real = realFunction<ssize_t(int, int, off_t*, std::size_t)>("sendfile64");
-    return failsNow("sendfile") ? -1 : real(out, in, offset, shortened(size));
+    static auto* const kReal = realFunction<ssize_t(int, int, off_t*, std::size_t)>("sendfile64");
+    return failsNow("sendfile") ? -1 : kReal(out, in, offset, shortened(size));
 }
 
 int ftruncate(int file, off_t size) noexcept {
-    static auto* const real = realFunction<int(int, off_t)>("ftruncate64");
-    return failsNow("ftruncate") ? -1 : real(file, size);
+    static auto* const kReal = realFunction<int(int, off_t)>("ftruncate64");
+    return failsNow("ftruncate") ? -1 : kReal(file, size);
 }
 
 off_t lseek(int file, off_t offset, int origin) noexcept {
-    static auto* const real = realFunction<off_t(int, off_t, int)>("lseek64");
-    return failsNow("lseek") ? -1 : real(file, offset, origin);
+    static auto* const kReal = realFunction<off_t(int, off_t, int)>("lseek64");
+    return failsNow("lseek") ? -1 : kReal(file, offset, origin);
 }
 
 int fchmod(int file, mode_t mode) noexcept {
-    static auto* const real = realFunction<int(int, mode_t)>("fchmod");
-    return failsNow("fchmod") ? -1 : real(file, mode);
+    static auto* const kReal = realFunction<int(int, mode_t)>("fchmod");
+    return failsNow("fchmod") ? -1 : kReal(file, mode);
 }
 
 int fchown(int file, uid_t owner, gid_t group) noexcept {
-    static auto* const real = realFunction<int(int, uid_t, gid_t)>("fchown");
-    return failsNow("fchown") ? -1 : real(file, owner, group);
+    static auto* const kReal = realFunction<int(int, uid_t, gid_t)>("fchown");
+    return failsNow("fchown") ? -1 : kReal(file, owner, group);
 }
 
 int fdatasync(int file) {
-    static auto* const real = realFunction<int(int)>("fdatasync");
-    return failsNow("fdatasync") ? -1 : real(file);
+    static auto* const kReal = realFunction<int(int)>("fdatasync");
+    return failsNow("fdatasync") ? -1 : kReal(file);
 }
 
 int fsync(int file) {
-    static auto* const real = realFunction<int(int)>("fsync");
-    return failsNow("fsync") ? -1 : real(file);
+    static auto* const kReal = realFunction<int(int)>("fsync");
+    return failsNow("fsync") ? -1 : kReal(file);
 }
 
 int syncfs(int file) noexcept {
-    static auto* const real = realFunction<int(int)>("syncfs");
-    return failsNow("syncfs") ? -1 : real(file);
+    static auto* const kReal = realFunction<int(int)>("syncfs");
+    return failsNow("syncfs") ? -1 : kReal(file);
 }
 
 int flock(int file, int operation) noexcept {
-    static auto* const real = realFunction<int(int, int)>("flock");
-    return failsNow("flock") ? -1 : real(file, operation);
+    static auto* const kReal = realFunction<int(int, int)>("flock");
+    return failsNow("flock") ? -1 : kReal(file, operation);
 }
 
 ssize_t getrandom(void* buffer, std::size_t size, unsigned flags) {
-    static auto* const real = realFunction<ssize_t(void*, std::size_t, unsigned)>("getrandom");
-    return failsNow("getrandom") ? -1 : real(buffer, shortened(size), flags);
+    static auto* const kReal = realFunction<ssize_t(void*, std::size_t, unsigned)>("getrandom");
+    return failsNow("getrandom") ? -1 : kReal(buffer, shortened(size), flags);
 }
 
 int renameat(int fromDirectory, const char* from, int toDirectory, const char* to) noexcept {
-    static auto* const real = realFunction<int(int, const char*, int, const char*)>("renameat");
-    return failsNow("renameat") ? -1 : real(fromDirectory, from, toDirectory, to);
+    static auto* const kReal = realFunction<int(int, const char*, int, const char*)>("renameat");
+    return failsNow("renameat") ? -1 : kReal(fromDirectory, from, toDirectory, to);
 }
 
 int unlinkat(int directory, const char* path, int flags) noexcept {
-    static auto* const real = realFunction<int(int, const char*, int)>("unlinkat");
-    return failsNow("unlinkat") ? -1 : real(directory, path, flags);
+    static auto* const kReal = realFunction<int(int, const char*, int)>("unlinkat");
+    return failsNow("unlinkat") ? -1 : kReal(directory, path, flags);
 }
 
 int close(int file) {
-    static auto* const real = realFunction<int(int)>("close");
+    static auto* const kReal = realFunction<int(int)>("close");
     if (!failsNow("close")) {
-        return real(file);
+        return kReal(file);
     }
     // As in the kernel, the number is free whatever the answer.
     const int error = errno;
-    real(file);
+    kReal(file);
     errno = error;
     return -1;
 }
@@ -223,7 +224,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::UnorderedElementsAre;
 
-constexpr int mostCalls = 1000;
+constexpr int kMostCalls = 1000;
 
 /// Puts a plan into force while it lives.
 class ActivePlan {
@@ -298,7 +299,7 @@ TEST_P(CopyFaultError, AtEveryCall_TargetIsOldWithOneLineOrNew) {
     const std::size_t descriptors = openDescriptors();
     int failures = 0;
     int number = 0;
-    for (; number < mostCalls; ++number) {
+    for (; number < kMostCalls; ++number) {
         restore();
         const bool isCopied = copyWith(failingCall(number, GetParam()));
         const std::string failed = plan.calls.size() > static_cast<std::size_t>(number)
@@ -314,7 +315,7 @@ TEST_P(CopyFaultError, AtEveryCall_TargetIsOldWithOneLineOrNew) {
             break;
         }
     }
-    EXPECT_LT(number, mostCalls);
+    EXPECT_LT(number, kMostCalls);
     EXPECT_GT(failures, 15);
     EXPECT_EQ(openDescriptors(), descriptors);
 }
@@ -323,7 +324,7 @@ INSTANTIATE_TEST_SUITE_P(Errors, CopyFaultError, testing::Values(EIO, ENOSPC, ED
 
 TEST_F(CopyFault, InterruptionAtEveryCall_ChangesNothing) {
     int number = 0;
-    for (; number < mostCalls; ++number) {
+    for (; number < kMostCalls; ++number) {
         restore();
         EXPECT_TRUE(copyWith(failingCall(number, EINTR))) << plan.calls[plan.calls.size() - 1];
         EXPECT_EQ(readText(m_directory / "target"), m_new);
@@ -334,7 +335,7 @@ TEST_F(CopyFault, InterruptionAtEveryCall_ChangesNothing) {
         }
     }
     EXPECT_GT(number, 20);
-    EXPECT_LT(number, mostCalls);
+    EXPECT_LT(number, kMostCalls);
 }
 
 /// The same with a file that begins with a hole.
@@ -342,18 +343,18 @@ class SparseCopyFault : public CopyFault {
   protected:
     SparseCopyFault() {
         std::ofstream file(m_directory / "from", std::ios::binary);
-        file.seekp(holeSize);
+        file.seekp(kHoleSize);
         file << m_new;
     }
 
-    static constexpr std::size_t holeSize = std::size_t{1} << 20;
-    const std::string m_sparse = std::string(holeSize, '\0') + m_new;
+    static constexpr std::size_t kHoleSize = std::size_t{1} << 20;
+    const std::string m_sparse = std::string(kHoleSize, '\0') + m_new;
 };
 
 TEST_F(SparseCopyFault, AtEveryCall_TargetIsOldOrNew) {
     int seeks = 0;
     int number = 0;
-    for (; number < mostCalls; ++number) {
+    for (; number < kMostCalls; ++number) {
         restore();
         const bool isCopied = copyWith(failingCall(number, EIO));
         EXPECT_EQ(readText(m_directory / "target"), isCopied ? m_sparse : m_old) << number;
@@ -366,7 +367,7 @@ TEST_F(SparseCopyFault, AtEveryCall_TargetIsOldOrNew) {
         EXPECT_FALSE(isSeek && isCopied) << failed;
         seeks += isSeek ? 1 : 0;
     }
-    EXPECT_LT(number, mostCalls);
+    EXPECT_LT(number, kMostCalls);
     EXPECT_GE(seeks, 5);
 }
 
@@ -511,7 +512,7 @@ int copyInChild(const std::string& from, const std::string& to, const FaultPlan&
 TEST_F(CopyFault, DeathAtEveryCall_LeavesOldOrNewAndTheNextRunCleansUp) {
     int deaths = 0;
     bool wasLeftBehind = false;
-    for (int number = 0; number < mostCalls; ++number) {
+    for (int number = 0; number < kMostCalls; ++number) {
         restore();
         FaultPlan next = failingCall(number, 0);
         next.kills = true;
@@ -549,7 +550,7 @@ TEST_F(FileFault, OpenWithAnErrorAtEveryCall_IsNullWithOneLineOrWhole) {
     for (const std::uint32_t disposition : {telCreateAlways, telOpenAlways, telOpenExisting}) {
         int failures = 0;
         for (int number = 0;; ++number) {
-            ASSERT_LT(number, mostCalls);
+            ASSERT_LT(number, kMostCalls);
             writeText(m_directory / "f", "old");
             m_log.lines.clear();
             const std::size_t descriptors = openDescriptors();
@@ -570,7 +571,7 @@ TEST_F(FileFault, OpenWithAnErrorAtEveryCall_IsNullWithOneLineOrWhole) {
 
 TEST_F(FileFault, OpenInterruptedAtEveryCall_Succeeds) {
     for (int number = 0;; ++number) {
-        ASSERT_LT(number, mostCalls);
+        ASSERT_LT(number, kMostCalls);
         TelFile* const file = openWith(failingCall(number, EINTR), telCreateAlways);
         const bool isDone = plan.calls.size() <= static_cast<std::size_t>(number);
         EXPECT_NE(file, nullptr);

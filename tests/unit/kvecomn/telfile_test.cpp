@@ -31,7 +31,7 @@ using testing::NotNull;
 using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
-constexpr std::uint32_t readWrite = telGenericRead | telGenericWrite;
+constexpr std::uint32_t kReadWrite = telGenericRead | telGenericWrite;
 
 struct HandleCloser {
     void operator()(TelFile* file) const { telCloseHandle(file); }
@@ -129,7 +129,7 @@ TEST_P(Disposition, ExistingFile_IsOpenedOrRefusedAndEmptiedOrKept) {
     const std::string path = m_directory / "f";
     writeText(path, "old");
 
-    const Handle file = openFile(path, readWrite, GetParam().disposition);
+    const Handle file = openFile(path, kReadWrite, GetParam().disposition);
 
     EXPECT_EQ(file != nullptr, GetParam().opensExisting);
     EXPECT_EQ(readText(path), GetParam().empties ? "" : "old");
@@ -187,7 +187,7 @@ TEST_F(OpenFile, MissingFileToBeReadOnly_IsNullWithoutLine) {
 TEST_F(OpenFile, MissingFileToBeWritten_IsOneLineWithNameAndReason) {
     const std::string path = m_directory / "missing";
 
-    EXPECT_THAT(openFile(path, readWrite, telOpenExisting), IsNull());
+    EXPECT_THAT(openFile(path, kReadWrite, telOpenExisting), IsNull());
 
     EXPECT_THAT(m_log.lines, ElementsAre(AllOf(StartsWith("error kvecomn "), HasSubstr(path),
                                                HasSubstr("No such file or directory"))));
@@ -202,8 +202,8 @@ TEST_F(OpenFile, WrongArguments_AreRefusedWithOneLineEach) {
     const std::string path = m_directory / "f";
     writeText(path, "old");
 
-    EXPECT_THAT(openFile(path, readWrite, 0), IsNull());
-    EXPECT_THAT(openFile(path, readWrite, 6), IsNull());
+    EXPECT_THAT(openFile(path, kReadWrite, 0), IsNull());
+    EXPECT_THAT(openFile(path, kReadWrite, 6), IsNull());
     EXPECT_THAT(openFile(path, 0, telCreateAlways), IsNull());
     EXPECT_THAT(openFile("", telGenericWrite, telCreateAlways), IsNull());
     EXPECT_THAT(openFile(path + std::string("\0x", 2), telGenericWrite, telCreateAlways), IsNull());
@@ -384,7 +384,7 @@ TEST_F(OpenFileShared, Fifo_IsRefusedForReadingAndWriting) {
 
     EXPECT_THAT(openFile(fifo, telGenericRead, telOpenExisting), IsNull());
     EXPECT_THAT(openFile(fifo, telGenericWrite, telCreateAlways), IsNull());
-    EXPECT_THAT(openFile(fifo, readWrite, telOpenAlways), IsNull());
+    EXPECT_THAT(openFile(fifo, kReadWrite, telOpenAlways), IsNull());
     EXPECT_EQ(m_log.lines.size(), 3U);
 }
 
@@ -392,7 +392,7 @@ TEST_F(OpenFileShared, Fifo_IsRefusedForReadingAndWriting) {
 
 TEST_F(FileAccess, WrittenText_IsReadBackFromAnyPosition) {
     const std::string text = numberedText(100000);
-    const Handle file = openFile(m_directory / "f", readWrite, telCreateAlways);
+    const Handle file = openFile(m_directory / "f", kReadWrite, telCreateAlways);
 
     EXPECT_EQ(writeTo(file, text), text.size());
     EXPECT_EQ(telSetFilePointer(file.get(), 77777, telFileBegin), 77777);
@@ -405,20 +405,20 @@ TEST_F(FileAccess, WrittenText_IsReadBackFromAnyPosition) {
 }
 
 TEST_F(FileAccess, PositionsBeyond4GiB_AreExact) {
-    constexpr std::int64_t far = (std::int64_t{5} << 30) + 7;
-    const Handle file = openFile(m_directory / "f", readWrite, telCreateAlways);
+    constexpr std::int64_t kFar = (std::int64_t{5} << 30) + 7;
+    const Handle file = openFile(m_directory / "f", kReadWrite, telCreateAlways);
 
-    EXPECT_EQ(telSetFilePointer(file.get(), far, telFileBegin), far);
+    EXPECT_EQ(telSetFilePointer(file.get(), kFar, telFileBegin), kFar);
     EXPECT_EQ(writeTo(file, "far"), 3U);
-    EXPECT_EQ(telSetFilePointer(file.get(), 0, telFileEnd), far + 3);
-    EXPECT_EQ(telSetFilePointer(file.get(), -far - 3, telFileCurrent), 0);
-    EXPECT_EQ(telSetFilePointer(file.get(), far, telFileCurrent), far);
+    EXPECT_EQ(telSetFilePointer(file.get(), 0, telFileEnd), kFar + 3);
+    EXPECT_EQ(telSetFilePointer(file.get(), -kFar - 3, telFileCurrent), 0);
+    EXPECT_EQ(telSetFilePointer(file.get(), kFar, telFileCurrent), kFar);
     EXPECT_EQ(readFrom(file, 3), "far");
-    EXPECT_EQ(std::filesystem::file_size(m_directory / "f"), static_cast<std::uintmax_t>(far + 3));
+    EXPECT_EQ(std::filesystem::file_size(m_directory / "f"), static_cast<std::uintmax_t>(kFar + 3));
 }
 
 TEST_F(FileAccess, WrongMoves_FailAndLeaveThePosition) {
-    const Handle file = openFile(m_directory / "f", readWrite, telCreateAlways);
+    const Handle file = openFile(m_directory / "f", kReadWrite, telCreateAlways);
     writeTo(file, "abc");
 
     EXPECT_EQ(telSetFilePointer(file.get(), -1, telFileBegin), -1);
@@ -549,25 +549,25 @@ off_t roomOf(const std::string& path) {
 }
 
 TEST_F(CopyFile, Holes_AreKeptWhereverTheyLie) {
-    constexpr off_t mebi = 1024 * 1024;
+    constexpr off_t kMebi = 1024 * 1024;
     const std::vector<std::vector<off_t>> layouts = {
-        {}, {0}, {5 * mebi}, {0, 5 * mebi}, {3 * mebi, 6 * mebi}, {7 * mebi - 70001}};
+        {}, {0}, {5 * kMebi}, {0, 5 * kMebi}, {3 * kMebi, 6 * kMebi}, {7 * kMebi - 70001}};
     for (const auto& layout : layouts) {
-        writeSparse(m_directory / "from", 7 * mebi, layout);
+        writeSparse(m_directory / "from", 7 * kMebi, layout);
         EXPECT_TRUE(telCopyFile(m_directory / "from", m_directory / "to"));
         EXPECT_EQ(readText(m_directory / "to"), readText(m_directory / "from"));
-        EXPECT_LT(roomOf(m_directory / "to"), mebi);
+        EXPECT_LT(roomOf(m_directory / "to"), kMebi);
     }
 }
 
 TEST_F(CopyFile, HoleBeyond4GiB_TakesNoRoom) {
-    constexpr off_t size = (off_t{5} << 30) + 70001;
-    writeSparse(m_directory / "from", size, {size - 70001});
+    constexpr off_t kSize = (off_t{5} << 30) + 70001;
+    writeSparse(m_directory / "from", kSize, {kSize - 70001});
     EXPECT_TRUE(telCopyFile(m_directory / "from", m_directory / "to"));
-    EXPECT_EQ(std::filesystem::file_size(m_directory / "to"), static_cast<std::uintmax_t>(size));
+    EXPECT_EQ(std::filesystem::file_size(m_directory / "to"), static_cast<std::uintmax_t>(kSize));
     EXPECT_LT(roomOf(m_directory / "to"), off_t{1} << 20);
     std::ifstream copied(m_directory / "to", std::ios::binary);
-    copied.seekg(size - 70001);
+    copied.seekg(kSize - 70001);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(copied), {}), numberedText(70001));
 }
 
@@ -855,9 +855,9 @@ TEST_F(CopyFileShared, SiblingOfAnotherUser_IsLeftAlone) {
 }
 
 TEST_F(CopyFile, ManyThreadsOntoOneTarget_LeaveOneOfTheirFiles) {
-    constexpr std::size_t size = 50000;
-    const std::vector<std::string> texts{std::string(size, 'a'), std::string(size, 'b'),
-                                         std::string(size, 'c')};
+    constexpr std::size_t kSize = 50000;
+    const std::vector<std::string> texts{std::string(kSize, 'a'), std::string(kSize, 'b'),
+                                         std::string(kSize, 'c')};
     writeText(m_directory / "to", texts[0]);
     std::atomic<bool> isDone{false};
     std::atomic<int> mixtures{0};

@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr wchar_t replacement = 0xFFFD;
-constexpr char replacementUtf8[] = "\xEF\xBF\xBD";
+constexpr wchar_t kReplacement = 0xFFFD;
+constexpr char kReplacementUtf8[] = "\xEF\xBF\xBD";
 
 bool isSurrogate(char32_t value) {
     return value >= 0xD800 && value <= 0xDFFF;
@@ -51,14 +51,14 @@ TEST(NarrowToWide, Utf8OfEveryCharacter_GivesTheCharacter) {
 TEST(WideToNarrow, EverySurrogate_BecomesReplacement) {
     for (char32_t value = 0xD800; value <= 0xDFFF; ++value) {
         const std::wstring wide(1, static_cast<wchar_t>(value));
-        ASSERT_EQ(telmcomn_wide_to_ansi(wide), replacementUtf8) << value;
+        ASSERT_EQ(telmcomn_wide_to_ansi(wide), kReplacementUtf8) << value;
     }
 }
 
 TEST(WideToNarrow, ValueAboveUnicode_BecomesReplacement) {
     for (const char32_t value : {0x110000U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
         const std::wstring wide{L'a', static_cast<wchar_t>(value), L'b'};
-        EXPECT_EQ(telmcomn_wide_to_ansi(wide), std::string("a") + replacementUtf8 + "b");
+        EXPECT_EQ(telmcomn_wide_to_ansi(wide), std::string("a") + kReplacementUtf8 + "b");
     }
 }
 
@@ -76,11 +76,11 @@ TEST(NarrowToWide, EveryPairOfBytes_IsOneCharacterOrOneReplacementEach) {
                 (first == 0xF0 && second >= 0x90 && second <= 0xBF) ||
                 (first >= 0xF1 && first <= 0xF3 && second >= 0x80 && second <= 0xBF) ||
                 (first == 0xF4 && second >= 0x80 && second <= 0x8F);
-            std::wstring expected{replacement};
+            std::wstring expected{kReplacement};
             if (isTwoByteForm) {
                 expected = {static_cast<wchar_t>((first - 0xC0) * 64 + second - 0x80)};
             } else if (!startsLongerForm) {
-                expected += second < 0x80 ? static_cast<wchar_t>(second) : replacement;
+                expected += second < 0x80 ? static_cast<wchar_t>(second) : kReplacement;
             }
             ASSERT_EQ(telmcomn_ansi_to_wide(narrow), expected) << first << ' ' << second;
         }
@@ -98,13 +98,13 @@ class NarrowToWideIllFormed : public testing::TestWithParam<IllFormed> {};
 TEST_P(NarrowToWideIllFormed, BetweenLetters_OneReplacementForEachMaximalPart) {
     const std::wstring wide = telmcomn_ansi_to_wide("a" + GetParam().narrow + "b");
 
-    EXPECT_EQ(wide, L"a" + std::wstring(GetParam().replacements, replacement) + L"b");
+    EXPECT_EQ(wide, L"a" + std::wstring(GetParam().replacements, kReplacement) + L"b");
 }
 
 TEST_P(NarrowToWideIllFormed, AtTheEnd_OneReplacementForEachMaximalPart) {
     const std::wstring wide = telmcomn_ansi_to_wide(GetParam().narrow);
 
-    EXPECT_EQ(wide, std::wstring(GetParam().replacements, replacement));
+    EXPECT_EQ(wide, std::wstring(GetParam().replacements, kReplacement));
 }
 
 INSTANTIATE_TEST_SUITE_P(Sequences, NarrowToWideIllFormed,
@@ -128,7 +128,7 @@ INSTANTIATE_TEST_SUITE_P(Sequences, NarrowToWideIllFormed,
                          [](const auto& test) { return std::string(test.param.name); });
 
 TEST(NarrowToWide, CharacterBehindCutSequence_IsKept) {
-    EXPECT_EQ(telmcomn_ansi_to_wide("\xE2\x82\xC3\xA4"), (std::wstring{replacement, 0xE4}));
+    EXPECT_EQ(telmcomn_ansi_to_wide("\xE2\x82\xC3\xA4"), (std::wstring{kReplacement, 0xE4}));
 }
 
 TEST(Conversion, ZeroCharacters_AreKeptBothWays) {

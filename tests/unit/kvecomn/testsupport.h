@@ -77,8 +77,8 @@ inline mode_t modeOf(const std::string& path) {
 
 /// Gives a file or link to another user, which only root can. Returns whether it did.
 inline bool giveAway(const std::string& path) {
-    constexpr uid_t otherUser = 54321;
-    return lchown(path.c_str(), otherUser, otherUser) == 0;
+    constexpr uid_t kOtherUser = 54321;
+    return lchown(path.c_str(), kOtherUser, kOtherUser) == 0;
 }
 
 /// Collects log lines as "level module message" while it lives.

@@ -76,22 +76,22 @@ std::string number(long value) {
 }  // namespace
 
 const std::vector<Answer>& allAnswers() {
-    static const std::vector<Answer> all{Answer::whole200,
-                                         Answer::part206,
-                                         Answer::unauthorized401,
-                                         Answer::notFound404,
-                                         Answer::proxyAuthentication407,
-                                         Answer::rangeNotSatisfiable416,
-                                         Answer::serverError500,
-                                         Answer::connectionBroken,
-                                         Answer::proxyNotResolved,
-                                         Answer::cancelled};
-    return all;
+    static const std::vector<Answer> kAll{Answer::whole200,
+                                          Answer::part206,
+                                          Answer::unauthorized401,
+                                          Answer::notFound404,
+                                          Answer::proxyAuthentication407,
+                                          Answer::rangeNotSatisfiable416,
+                                          Answer::serverError500,
+                                          Answer::connectionBroken,
+                                          Answer::proxyNotResolved,
+                                          Answer::cancelled};
+    return kAll;
 }
 
 const std::string& serverFile() {
-    static const std::string file = positionDependentBytes(5000);
-    return file;
+    static const std::string kFile = positionDependentBytes(5000);
+    return kFile;
 }
 
 Reply replyOf(Answer answer, const std::string& range) {

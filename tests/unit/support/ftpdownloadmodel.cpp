@@ -62,11 +62,11 @@ Wire wireOf(FtpAnswer answer, const std::string& range) {
 }  // namespace
 
 const std::vector<FtpAnswer>& allFtpAnswers() {
-    static const std::vector<FtpAnswer> all{FtpAnswer::sent226,        FtpAnswer::noSuchFile550,
-                                            FtpAnswer::notLoggedIn530, FtpAnswer::proxyPage400,
-                                            FtpAnswer::cancelled,      FtpAnswer::connectionBroken,
-                                            FtpAnswer::hostNotResolved};
-    return all;
+    static const std::vector<FtpAnswer> kAll{FtpAnswer::sent226,        FtpAnswer::noSuchFile550,
+                                             FtpAnswer::notLoggedIn530, FtpAnswer::proxyPage400,
+                                             FtpAnswer::cancelled,      FtpAnswer::connectionBroken,
+                                             FtpAnswer::hostNotResolved};
+    return kAll;
 }
 
 Reply replyOf(FtpAnswer answer, const std::string& range) {

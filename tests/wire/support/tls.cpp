@@ -141,8 +141,8 @@ void describe(Draft& draft, const std::string& subject, const std::string& issue
 }
 
 void markAsAuthority(Draft& draft) {
-    constexpr int anyLength = -1;
-    check(mbedtls_x509write_crt_set_basic_constraints(draft.get(), 1, anyLength), "extension");
+    constexpr int kAnyLength = -1;
+    check(mbedtls_x509write_crt_set_basic_constraints(draft.get(), 1, kAnyLength), "extension");
     check(mbedtls_x509write_crt_set_key_usage(
               draft.get(), MBEDTLS_X509_KU_KEY_CERT_SIGN | MBEDTLS_X509_KU_CRL_SIGN),
           "extension");
@@ -164,23 +164,23 @@ AlternativeName alternativeName(const std::string& host) {
 
 /// mbedTLS writes DER from the end to the beginning, and has no function for this extension.
 void nameHost(Draft& draft, const std::string& host) {
-    constexpr const char* what = "alternative name";
+    constexpr const char* kWhat = "alternative name";
     const AlternativeName name = alternativeName(host);
     std::array<unsigned char, kExtensionSize> der{};
     unsigned char* const begin = der.data();
     unsigned char* at = begin + der.size();
     std::size_t size = check(
-        mbedtls_asn1_write_raw_buffer(&at, begin, octets(name.value), name.value.size()), what);
+        mbedtls_asn1_write_raw_buffer(&at, begin, octets(name.value), name.value.size()), kWhat);
     const auto wrap = [&](int tag) {
-        size += check(mbedtls_asn1_write_len(&at, begin, size), what);
-        size += check(mbedtls_asn1_write_tag(&at, begin, static_cast<unsigned char>(tag)), what);
+        size += check(mbedtls_asn1_write_len(&at, begin, size), kWhat);
+        size += check(mbedtls_asn1_write_tag(&at, begin, static_cast<unsigned char>(tag)), kWhat);
     };
     wrap(MBEDTLS_ASN1_CONTEXT_SPECIFIC | name.kind);
     wrap(MBEDTLS_ASN1_CONSTRUCTED | MBEDTLS_ASN1_SEQUENCE);
     check(mbedtls_x509write_crt_set_extension(draft.get(), MBEDTLS_OID_SUBJECT_ALT_NAME,
                                               MBEDTLS_OID_SIZE(MBEDTLS_OID_SUBJECT_ALT_NAME), 0, at,
                                               size),
-          what);
+          kWhat);
 }
 
 Identity sign(Draft& draft, Key& subjectKey, Key& issuerKey) {
