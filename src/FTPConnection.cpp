@@ -1,26 +1,26 @@
 #include "voinet/FTPConnection.h"
 
+#include "boundary.h"
 #include "curlhandle.h"
 #include "download.h"
 #include "logon.h"
 #include "logtag.h"
+#include "setuphandle.h"
 #include "urls.h"
 #include "voinet/INetUtils.h"
 #include "voinet/cbmgr.h"
-#include "voinet/chttphelper.h"
 #include "voinet/log.h"
 
 #include <algorithm>
 #include <cctype>
 #include <climits>
-#include <optional>
+#include <memory>
 
 namespace tessaro_com::pkm::voInet {
 
 namespace {
 
 constexpr int kDefaultPort = 21;
-constexpr char kScheme[] = "ftp://";
 constexpr wchar_t kAnonymousUser[] = L"anonymous";
 constexpr wchar_t kAnonymousPassword[] = L"anonymous@example.com";
 constexpr int kReplyNoSuchFile = 550;
@@ -30,6 +30,10 @@ wchar_t toLower(wchar_t character) {
     const bool known = character >= 0 && character <= UCHAR_MAX;
     return known ? static_cast<wchar_t>(std::tolower(static_cast<int>(character))) : character;
 }
+
+/// Whether a download has taken to the alternate proxy. All FTP objects and threads share it,
+/// without a lock; intended.
+bool bAltProxyused = false;
 
 voInetError resultOf(CURLcode curlResult, int reply) {
     if (reply == kReplyNoSuchFile) {
@@ -55,15 +59,31 @@ void setCredentials(CURL* curl, const TransferItf& settings) {
     }
 }
 
-void setDownloadOptions(CURL* curl, const TransferItf& settings, const CallbackManager& manager) {
-    if (curl == nullptr) {
-        return;
+EasyHandle makeDownloadHandle(CNetConnection& connection, CallbackManager& manager,
+                              RequestWatch& watch) {
+    EasyHandle handle = setUpHandle(connection, &manager);
+    std::string proxy;
+    connection.setAutoDetectProxy(handle.get(), proxy, utf8_to_unicode(manager.GetRemoteUrl()));
+    if (handle == nullptr) {
+        return handle;
     }
-    curl_easy_setopt(curl, CURLOPT_URL, manager.GetRemoteUrl());
+    curl_easy_setopt(handle.get(), CURLOPT_URL, manager.GetRemoteUrl());
     if (manager.GetStartPosition() > 0) {
-        curl_easy_setopt(curl, CURLOPT_RANGE, rangeOf(manager).c_str());
+        curl_easy_setopt(handle.get(), CURLOPT_RANGE, rangeOf(manager).c_str());
     }
-    setCredentials(curl, settings);
+    setCredentials(handle.get(), connection);
+    addDownloadOptions(handle.get(), watch);
+    return handle;
+}
+
+void takeToAlternateProxy(CNetConnection& connection, CallbackManager& manager, CURL* handle) {
+    voinet_Loginfo(kLogTag,
+                   "Unable to use IE proxy settings so using the alternate proxy settings");
+    manager.Flush();
+    bAltProxyused = true;
+    std::string proxy;
+    connection.setAlternateProxy(handle, proxy);
+    voinet_Loginfo(kLogTag, "Using Alternate proxy server: %s ", proxy.c_str());
 }
 
 }  // namespace
@@ -84,17 +104,19 @@ bool CFtpConnection::CheckOptions() const {
 
 voInetError CFtpConnection::LogonWithConnSpec(const voInetConnMethod& /*method*/, bool useTimeout,
                                               unsigned int timeoutSeconds) {
-    m_bUseLogonTimeout = useTimeout;
-    m_nLogonTimeoutSeconds = timeoutSeconds;
-    const voInetError filledIn = FillInAnonymousUser();
-    if (!CheckOptions()) {
-        return voInetErrorBadOptions;
-    }
-    if (filledIn != voInetErrorSuccess) {
-        return filledIn;
-    }
-    dropBypassedProxy(*this);
-    return connectWithLog(*this, [this] { return doConnect(); });
+    return withoutExceptions([&] {
+        m_bUseLogonTimeout = useTimeout;
+        m_nLogonTimeoutSeconds = timeoutSeconds;
+        const voInetError filledIn = FillInAnonymousUser();
+        if (!CheckOptions()) {
+            return voInetErrorBadOptions;
+        }
+        if (filledIn != voInetErrorSuccess) {
+            return filledIn;
+        }
+        dropBypassedProxy(*this);
+        return connectWithLog(*this, [this] { return doConnect(); });
+    });
 }
 
 voInetError CFtpConnection::FillInAnonymousUser() {
@@ -121,9 +143,9 @@ bool CFtpConnection::IsAuthenticationFailureCode(int code) {
 }
 
 bool CFtpConnection::IsAnonymousUser() {
-    std::wstring user = m_strUser;
-    std::transform(user.begin(), user.end(), user.begin(), toLower);
-    return user == kAnonymousUser;
+    return std::equal(m_strUser.begin(), m_strUser.end(), std::begin(kAnonymousUser),
+                      std::end(kAnonymousUser) - 1,
+                      [](wchar_t one, wchar_t other) { return toLower(one) == other; });
 }
 
 voInetError CFtpConnection::UploadFileWithConnSpec(const voInetConnMethod& /*method*/,
@@ -143,7 +165,7 @@ voInetError CFtpConnection::UploadFileResponseWithConnSpec(const voInetConnMetho
 
 voInetError CFtpConnection::doConnect() {
     // What counts of the second request is the proxy's answer, not the server's.
-    return probeServer(*this, upToFirstBlank(serverUrl(kScheme, *this)), CURLINFO_HTTP_CONNECTCODE);
+    return probeServer(*this, firstWord(serverUrl(kFtpScheme, *this)), CURLINFO_HTTP_CONNECTCODE);
 }
 
 voInetError CFtpConnection::DownloadFileWithConnSpec(const voInetConnMethod& /*method*/,
@@ -151,105 +173,66 @@ voInetError CFtpConnection::DownloadFileWithConnSpec(const voInetConnMethod& /*m
                                                      const std::wstring& remoteFile,
                                                      CNetSessionSink* sink, long* resumeOffset,
                                                      bool& /*resume*/, const bool& useCache) {
-    if (localFile.empty() || remoteFile.empty()) {
-        return voInetErrorInvalidArgument;
-    }
-    if (!CheckOptions()) {
-        return voInetErrorBadOptions;
-    }
-    std::string remotePath = unicode_to_utf8(remoteFile);
-    ConvertMSPathtoUnixPath(remotePath);
-    // The one line with another tag.
-    voinet_Loginfo("VoInet", "FTP Downloading file: %s from FTP Server: %s", remotePath.c_str(),
-                   m_strHost_utf8_rep.c_str());
-    std::string serverPath;
-    const int composed =
-        CConnectionHelper(this).PrependRelativePathIfRequired(serverPath, remotePath);
-    if (composed != 0) {
-        return static_cast<voInetError>(composed);
-    }
-    const std::string url = upToFirstBlank(serverUrl(kScheme, *this) + serverPath);
-    voinet_Loginfo(kLogTag, "Open URL: %s", url.c_str());
-    return downloadFile(unicode_to_utf8(localFile).c_str(), url.c_str(), sink, resumeOffset,
-                        useCache);
+    return withoutExceptions([&] {
+        if (localFile.empty() || remoteFile.empty()) {
+            return voInetErrorInvalidArgument;
+        }
+        if (!CheckOptions()) {
+            return voInetErrorBadOptions;
+        }
+        std::string remotePath = unicode_to_utf8(remoteFile);
+        ConvertMSPathtoUnixPath(remotePath);
+        // The one line with another tag.
+        voinet_Loginfo("VoInet", "FTP Downloading file: %s from FTP Server: %s", remotePath.c_str(),
+                       m_strHost_utf8_rep.c_str());
+        const std::string url = fileUrl(kFtpScheme, *this, remotePath);
+        voinet_Loginfo(kLogTag, "Open URL: %s", url.c_str());
+        return downloadFile(unicode_to_utf8(localFile).c_str(), url.c_str(), sink, resumeOffset,
+                            useCache);
+    });
 }
 
 voInetError CFtpConnection::downloadFile(const char* localFile, const char* url,
                                          CNetSessionSink* sink, long* resumeOffset,
                                          const bool& useCache) {
-    long fromStart = 0;
-    long& offset = resumeOffset == nullptr ? fromStart : *resumeOffset;
-    int code = 0;
-    if (offset > 0) {
-        const auto probe = makeManager(*this, localFile, url, offset, true);
-        // Whatever it ends with, the comparison decides.
-        DoFtpDownload(probe.get(), useCache, &code, nullptr);
-        if (!probe->IsPrefixMatched()) {
-            offset = 0;
-        }
-    }
-    const auto manager = makeManager(*this, localFile, url, offset, false);
-    manager->InstallProgressSink(sink);
-    voInetError result = DoFtpDownload(manager.get(), useCache, &code, nullptr);
-    if (asksForRestart(result)) {
-        offset = 0;
-        const auto restarted = makeManager(*this, localFile, url, offset, false);
-        // On the first manager, not on the new one: a restarted transfer reports no progress, on
-        // purpose.
-        manager->InstallProgressSink(sink);
-        result = DoFtpDownload(restarted.get(), useCache, &code, nullptr);
-        if (result == voInetErrorSuccess) {
-            restarted->FinishTransfer();
-        }
-        return result;
-    }
-    // What a cancelled transfer has brought is put in place as well, to be resumed later; intended.
-    if (result == voInetErrorSuccess || result == voInetErrorCancelled) {
-        manager->FinishTransfer();
-    }
-    return result;
+    return withoutExceptions([&] {
+        int code = 0;
+        const auto makePass = [&](CallbackManager& manager) {
+            return PassOutcome{DoFtpDownload(&manager, useCache, &code, nullptr), true};
+        };
+        // A download that starts over reports no progress, on purpose.
+        return downloadResumably({*this, utf8_to_unicode(localFile), utf8_to_unicode(url), sink,
+                                  resumeOffset, makePass, false});
+    });
 }
 
 voInetError CFtpConnection::DoFtpDownload(CallbackManager* manager, bool useCache, int* code,
                                           void* handle) {
-    // Shared by all FTP objects and threads, without a lock; intended.
-    static bool bAltProxyused = false;
-    static bool bNoProxyFound = false;
-
-    // The nested call of the fall-back clears the flags as well; intended.
+    // The nested call of the fall-back clears the flag as well; intended.
     struct ResetOnExit {
-        ~ResetOnExit() {
-            bAltProxyused = false;
-            bNoProxyFound = false;
-        }
+        ~ResetOnExit() { bAltProxyused = false; }
     } const resetOnExit;
 
-    CConnectionHelper helper(this);
-    std::optional<ConnectionHandle> ownHandle;
-    std::string proxyUsed;
+    std::unique_ptr<RequestWatch> ownWatch;
+    RequestWatch& watch = watchOfPass(ownWatch, *this, *manager);
+    EasyHandle ownHandle;
+    // Without a handle beside an alternate proxy in use, which takes two threads, curl refuses the
+    // request.
     if (handle == nullptr && !bAltProxyused) {
-        ownHandle.emplace(helper, manager);
-        handle = ownHandle->get();
-        bNoProxyFound =
-            !setAutoDetectProxy(handle, proxyUsed, utf8_to_unicode(manager->GetRemoteUrl()));
-        setDownloadOptions(handle, *this, *manager);
+        ownHandle = makeDownloadHandle(*this, *manager, watch);
+        handle = ownHandle.get();
     }
-
-    const CURLcode curlResult = curl_easy_perform(handle);
-    voInetError result = resultOf(curlResult, responseCode(handle));
-    if (result != voInetErrorSuccess && m_bAllowUserToConfigureProxy && !bAltProxyused) {
-        voinet_Loginfo(kLogTag,
-                       "Unable to use IE proxy settings so using the alternate proxy settings");
-        manager->Flush();
-        bAltProxyused = true;
-        // Always so at this point: whether a system proxy was found makes no difference.
-        if (m_bAllowUserToConfigureProxy && (bAltProxyused || bNoProxyFound)) {
-            setAlternateProxy(handle, proxyUsed);
-            voinet_Loginfo(kLogTag, "Using Alternate proxy server: %s ", proxyUsed.c_str());
-        }
-        result = DoFtpDownload(manager, useCache, code, handle);
+    const CURLcode curlResult = watch.perform(handle);
+    const voInetError result = resultOf(curlResult, responseCode(handle));
+    if (result == voInetErrorSuccess) {
+        // An HTTP proxy may send another part than the one that was asked for, or all of it.
+        return answersRange(watch, *manager, true) ? result : voInetErrorRangeIgnored;
     }
-    return result;
+    if (!m_bAllowUserToConfigureProxy || bAltProxyused || watch.isStopped()) {
+        return result;
+    }
+    takeToAlternateProxy(*this, *manager, handle);
+    return DoFtpDownload(manager, useCache, code, handle);
 }
 
 }  // namespace tessaro_com::pkm::voInet

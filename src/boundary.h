@@ -7,8 +7,10 @@
 
 namespace tessaro_com::pkm::voInet {
 
-/// Runs one operation of the public interface. Nothing may be thrown across the library's boundary:
-/// the host may be built without exceptions.
+// The operations of the public interface run inside of these: nothing may be thrown across the
+// library's boundary, since the host may be built without exceptions.
+
+/// An operation that answers a result.
 template <class Operation>
 voInetError withoutExceptions(Operation operation) noexcept {
     try {
@@ -17,6 +19,16 @@ voInetError withoutExceptions(Operation operation) noexcept {
         return voInetErrorOutOfMemory;
     } catch (...) {
         return voInetErrorFailed;
+    }
+}
+
+/// An operation that answers a flag or a number; `fallback` stands for an exception.
+template <class Answer, class Operation>
+Answer withoutExceptionsOr(Answer fallback, Operation operation) noexcept {
+    try {
+        return operation();
+    } catch (...) {
+        return fallback;
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "kvecomn/astring.h"
 #include "kvecomn/log.h"
+#include "requestwatch.h"
 #include "voinet/cbmgr.h"
 
 #include <algorithm>
@@ -75,6 +76,10 @@ AString unknownTraceLine(int type, std::size_t size) {
 unsigned long writeCallback(void* ptr, unsigned long size, int nmemb, void* userData) {
     const unsigned long bytes = bytesOf(size, nmemb);
     auto* manager = static_cast<CallbackManager*>(userData);
+    RequestWatch* const watch = RequestWatch::current();
+    if (watch != nullptr && !watch->takeBody(bytes)) {
+        return 0;
+    }
     return manager == nullptr ? bytes : manager->WriteData(ptr, bytes);
 }
 
@@ -85,11 +90,11 @@ unsigned long readCallback(void* ptr, unsigned long size, int nmemb, void* userD
 
 int progressCallback(void* userData, double dltotal, double dlnow, double ultotal, double ulnow) {
     auto* manager = static_cast<CallbackManager*>(userData);
-    if (manager == nullptr) {
-        return 0;
-    }
+    RequestWatch* const watch = RequestWatch::current();
     try {
-        return manager->TransferProgress(dltotal, dlnow, ultotal, ulnow);
+        const int stop =
+            manager == nullptr ? 0 : manager->TransferProgress(dltotal, dlnow, ultotal, ulnow);
+        return stop != 0 || watch == nullptr || watch->goesOn() ? stop : 1;
     } catch (...) {
         return 1;  // an exception of the caller's sink must not pass through curl
     }

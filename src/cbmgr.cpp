@@ -1,8 +1,10 @@
 #include "voinet/cbmgr.h"
 
+#include "boundary.h"
 #include "directories.h"
 #include "kvecomn/telfile.h"
 #include "saturate.h"
+#include "sinkstatus.h"
 #include "voinet/INetUtils.h"
 
 #include <fcntl.h>
@@ -17,9 +19,6 @@
 namespace tessaro_com::pkm::voInet {
 
 namespace {
-
-constexpr int kStatusDownloading = 3;
-constexpr int kStatusUploading = 6;
 
 /// Makes the file, so that no other process takes the name: processes that are started within the
 /// same second draw the same names. False when somebody else was faster.
@@ -41,6 +40,24 @@ long endPosition(long start, bool prefixCheck, long prefixSize) {
     }
     const long beforeEnd = prefixSize - 1;
     return start + std::min(beforeEnd, std::numeric_limits<long>::max() - std::max(start, 0L));
+}
+
+using Prefix = std::array<char, 1024>;
+
+/// Reads what a regular file holds at `start`; zeros stand for what it does not hold, and for a
+/// file that is none.
+void readPrefix(const std::string& path, long start, Prefix& prefix) {
+    prefix.fill(0);
+    struct stat status {};
+    if (start < 1 || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return;
+    }
+    const telHandle file =
+        telCreateFileAW(path, telGenericRead, telShareNone, telOpenExisting, telAttributeNormal);
+    if (telSetFilePointer(file, start, telFileBegin) == start) {
+        telReadFile(file, prefix.data(), prefix.size());
+    }
+    telCloseHandle(file);
 }
 
 }  // namespace
@@ -68,6 +85,11 @@ CallbackManager::CallbackManager(const TransferType& type, const std::wstring& l
     if (IsUpload()) {
         m_file.reset(telCreateFileAW(m_strLocalPath_utf8_rep, telGenericRead, telShareNone,
                                      telOpenExisting, telAttributeNormal));
+        return;
+    }
+    if (m_bPrefixCheck) {
+        // Nothing is written: a check needs no copy, only the bytes that it compares.
+        readPrefix(m_strLocalPath_utf8_rep, m_nStartPosition, m_localPrefix);
         return;
     }
     ChooseTemporaryName();
@@ -120,9 +142,9 @@ int CallbackManager::TransferProgress(double dltotal, double dlnow, double ultot
     }
     switch (m_transferType) {
         case TransferDownload:
-            return NotifySink(dlnow, dltotal, kStatusDownloading);
+            return NotifySink(dlnow, dltotal, sinkDownloading);
         case TransferUpload:
-            return NotifySink(ulnow, ultotal, kStatusUploading);
+            return NotifySink(ulnow, ultotal, sinkUploading);
         default:
             return 0;
     }
@@ -160,14 +182,18 @@ bool CallbackManager::Flush() {
     if (m_bPrefixCheck) {
         m_nPrefixCount = 0;
         m_receivedPrefix.fill(0);
+        readPrefix(m_strLocalPath_utf8_rep, m_nStartPosition, m_localPrefix);
+        return true;
     }
-    m_file.reset();
-    std::remove(m_strTempPath.c_str());
-    if (!claim(m_strTempPath)) {
-        ChooseTemporaryName();
-    }
-    MakeTemporaryCopy();
-    return true;
+    return withoutExceptionsOr(false, [this] {
+        m_file.reset();
+        std::remove(m_strTempPath.c_str());
+        if (!claim(m_strTempPath)) {
+            ChooseTemporaryName();
+        }
+        MakeTemporaryCopy();
+        return true;
+    });
 }
 
 bool CallbackManager::FinishTransfer() {
@@ -176,10 +202,13 @@ bool CallbackManager::FinishTransfer() {
     }
     // The whole path, not its directory: what stands behind the last "/" is not made.
     MakeRecursiveDir(m_strLocalPath_utf8_rep.c_str());
+    if (m_bPrefixCheck) {
+        readPrefix(m_strLocalPath_utf8_rep, m_nStartPosition, m_localPrefix);
+        return true;
+    }
     // Some file systems report only now that they have lost data; what is left of it must not take
     // the place of the local file.
-    const bool isWhole = telCloseHandle(m_file.release());
-    if (isWhole && !m_bPrefixCheck) {
+    if (telCloseHandle(m_file.release())) {
         telCopyFile(m_strTempPath, m_strLocalPath_utf8_rep);
     }
     OpenTemporaryFile();
@@ -187,7 +216,9 @@ bool CallbackManager::FinishTransfer() {
 }
 
 bool CallbackManager::MakeRecursiveDir(const char* path) {
-    return path == nullptr || makeDirectoriesOf(path) != LastDirectory::failed;
+    return withoutExceptionsOr(false, [path] {
+        return path == nullptr || makeDirectoriesOf(path) != LastDirectory::failed;
+    });
 }
 
 void CallbackManager::ChooseTemporaryName() {
@@ -197,8 +228,8 @@ void CallbackManager::ChooseTemporaryName() {
 }
 
 void CallbackManager::MakeTemporaryCopy() {
-    const bool copied = telCopyFile(m_strLocalPath_utf8_rep, m_strTempPath);
-    if (!copied && m_nStartPosition >= 1) {
+    // From the start on the temporary file is empty, whatever the local one holds.
+    if (m_nStartPosition >= 1 && !telCopyFile(m_strLocalPath_utf8_rep, m_strTempPath)) {
         // There is nothing to resume: the claimed, empty file must not pass for the local one.
         std::remove(m_strTempPath.c_str());
     }
@@ -210,18 +241,10 @@ void CallbackManager::OpenTemporaryFile() {
     m_file.reset(telCreateFileAW(m_strTempPath, telGenericRead | telGenericWrite, telShareNone,
                                  fromStart ? telCreateAlways : telOpenExisting,
                                  telAttributeNormal));
-    if (fromStart) {
-        return;
-    }
-    if (telSetFilePointer(m_file.get(), m_nStartPosition, telFileBegin) != m_nStartPosition) {
+    if (!fromStart &&
+        telSetFilePointer(m_file.get(), m_nStartPosition, telFileBegin) != m_nStartPosition) {
         // Nothing can be taken: at any other place it would spoil the file.
         m_file.reset();
-        return;
-    }
-    if (m_bPrefixCheck) {
-        m_localPrefix.fill(0);
-        telReadFile(m_file.get(), m_localPrefix.data(), m_localPrefix.size());
-        telSetFilePointer(m_file.get(), m_nStartPosition, telFileBegin);
     }
 }
 

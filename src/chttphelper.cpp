@@ -1,19 +1,13 @@
 #include "voinet/chttphelper.h"
 
-#include "curlhandle.h"
-#include "kvecomn/anetworkutil.h"
-#include "logtag.h"
+#include "addressscope.h"
+#include "boundary.h"
+#include "proxyoptions.h"
 #include "saturate.h"
+#include "setuphandle.h"
 #include "urls.h"
 #include "voinet/callbacks.h"
 #include "voinet/cnetconnection.h"
-#include "voinet/log.h"
-
-#include <netdb.h>
-#include <sys/socket.h>
-
-#include <memory>
-#include <optional>
 
 namespace tessaro_com::pkm::voInet {
 
@@ -22,49 +16,15 @@ namespace {
 constexpr char kUserAgent[] = "Tessaro Agent";
 constexpr long kMaxRedirects = 5;
 
-/// Room for a numeric address; a longer one has no scope to offer.
-constexpr std::size_t kNumericAddressSize = 32;
+// The steps of setUpHandle.
 
-struct FreeAddrinfo {
-    void operator()(addrinfo* list) const noexcept { freeaddrinfo(list); }
-};
-using AddrinfoList = std::unique_ptr<addrinfo, FreeAddrinfo>;
-
-std::optional<unsigned int> scopeOf(const addrinfo& address, ANetworkUtil& network) {
-    char numeric[kNumericAddressSize];
-    unsigned int scope = 0;
-    if (address.ai_family != AF_INET6 ||
-        getnameinfo(address.ai_addr, address.ai_addrlen, numeric, sizeof numeric, nullptr, 0,
-                    NI_NUMERICHOST) != 0 ||
-        !network.kveGetScopeId(numeric, &scope)) {
-        return std::nullopt;
-    }
-    return scope;
-}
-
-/// Scope of the first address that has one.
-std::optional<unsigned int> firstScope(const addrinfo* list, ANetworkUtil& network) {
-    for (; list != nullptr; list = list->ai_next) {
-        if (const auto scope = scopeOf(*list, network)) {
-            return scope;
-        }
-    }
-    return std::nullopt;
-}
-
-// The steps of SetupCurlHandle.
-
-void setProxy(CURL* curl, const CNetConnection& settings) {
+void setProxyOfSettings(CURL* curl, const CNetConnection& settings) {
     if (!settings.m_bUseProxy || settings.m_bUseIEConfig) {
         return;
     }
-    setAddressScopeIfRequired(curl, settings.m_strProxy_utf8_rep);
-    const std::string proxy = ANetworkUtil().formatV6addr(settings.m_strProxy_utf8_rep, true);
-    curl_easy_setopt(curl, CURLOPT_PROXY, proxy.c_str());
-    curl_easy_setopt(curl, CURLOPT_PROXYPORT, static_cast<long>(settings.m_nProxyPort));
+    setProxy(curl, settings.m_strProxy_utf8_rep, settings.m_nProxyPort);
     if (settings.m_bUseProxyAuthentication) {
-        curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, settings.m_strProxyUserPwd_utf8_rep.c_str());
-        curl_easy_setopt(curl, CURLOPT_PROXYAUTH, kAnyAuthentication);
+        setProxyCredentials(curl, settings.m_strProxyUserPwd_utf8_rep);
     }
 }
 
@@ -112,28 +72,34 @@ void setRedirectRules(CURL* curl, const CNetConnection& connection) {
 
 }  // namespace
 
+EasyHandle setUpHandle(const CNetConnection& connection, CallbackManager* manager) {
+    EasyHandle handle(curl_easy_init());
+    CURL* const curl = handle.get();
+    if (curl == nullptr) {
+        return handle;
+    }
+    // No proxy, and none from the environment, unless the settings name one.
+    curl_easy_setopt(curl, CURLOPT_PROXY, "");
+    setAddressScope(curl, connection.m_strHost_utf8_rep);
+    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(curl, CURLOPT_USERAGENT, kUserAgent);
+    installTraceIfWanted(curl);
+    setProxyOfSettings(curl, connection);
+    setServerCredentials(curl, connection);
+    setLogonTimeout(curl, connection);
+    setCallbacks(curl, manager);
+    installStallDetection(curl);
+    setRedirectRules(curl, connection);
+    return handle;
+}
+
 CConnectionHelper::CConnectionHelper(CNetConnection* connection) : m_pConnection(connection) {}
 
 void CConnectionHelper::SetupCurlHandle(void** handleOut, CallbackManager* manager) {
-    if (handleOut == nullptr) {
-        return;
+    if (handleOut != nullptr) {
+        *handleOut = withoutExceptionsOr(
+            EasyHandle().release(), [&] { return setUpHandle(*m_pConnection, manager).release(); });
     }
-    CURL* curl = curl_easy_init();
-    if (curl != nullptr) {
-        // No proxy, and none from the environment, unless the settings name one.
-        curl_easy_setopt(curl, CURLOPT_PROXY, "");
-        setAddressScopeIfRequired(curl, m_pConnection->m_strHost_utf8_rep);
-        curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
-        curl_easy_setopt(curl, CURLOPT_USERAGENT, kUserAgent);
-        installTraceIfWanted(curl);
-        setProxy(curl, *m_pConnection);
-        setServerCredentials(curl, *m_pConnection);
-        setLogonTimeout(curl, *m_pConnection);
-        setCallbacks(curl, manager);
-        installStallDetection(curl);
-        setRedirectRules(curl, *m_pConnection);
-    }
-    *handleOut = curl;
 }
 
 void CConnectionHelper::FreeCurlHandle(void* handle) {
@@ -147,28 +113,17 @@ int CConnectionHelper::PrependRelativePathIfRequired(std::string& urlPath,
     if (path.empty()) {
         return -1;
     }
-    const std::string rooted = path.front() == '/' ? path : "/" + path;
-    const std::string& relativePath = m_pConnection->m_strRelativePath_utf8_rep;
-    // A relative path that begins with "/" gives a doubled slash; intended.
-    urlPath = relativePath.empty() ? rooted : "/" + relativePath + rooted;
-    return 0;
+    return withoutExceptionsOr(static_cast<int>(voInetErrorOutOfMemory), [&] {
+        urlPath = serverPath(*m_pConnection, path);
+        return 0;
+    });
 }
 
 void setAddressScopeIfRequired(void* handle, const std::string& host) {
-    if (handle == nullptr) {
-        return;
-    }
-    ANetworkUtil network;
-    addrinfo* resolved = nullptr;
-    bool flag = false;
-    if (network.kveCreateAddrinfo(host, "", &resolved, &flag) != 0) {
-        return;
-    }
-    const AddrinfoList list(resolved);
-    if (const auto scope = firstScope(list.get(), network)) {
-        voinet_Loginfo(kLogTag, "Adding scope id %d ", saturate<int>(*scope));
-        curl_easy_setopt(handle, CURLOPT_ADDRESS_SCOPE, saturate<long>(*scope));
-    }
+    withoutExceptionsOr(false, [&] {
+        setAddressScope(handle, host);
+        return true;
+    });
 }
 
 }  // namespace tessaro_com::pkm::voInet

@@ -1,12 +1,16 @@
 #include "voinet/cnetconnection.h"
 
 #include "boundary.h"
-#include "curlhandle.h"
-#include "kvecomn/anetworkutil.h"
+#include "hostforms.h"
 #include "logtag.h"
+#include "proxyoptions.h"
+#include "requestwatch.h"
 #include "voinet/INetUtils.h"
-#include "voinet/chttphelper.h"
 #include "voinet/log.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
 
 namespace tessaro_com::pkm::voInet {
 
@@ -14,34 +18,28 @@ namespace {
 
 constexpr int kMaxAttempts = 3;
 
-/// Where the settings keep one host form.
-struct HostForm {
-    std::wstring TransferItf::*host;
-    std::string TransferItf::*hostUtf8;
-    int TransferItf::*port;
-};
-
-constexpr HostForm kHostForms[] = {
-    {&TransferItf::m_strHostIP, &TransferItf::m_strHostIP_utf8_rep, &TransferItf::m_nPortIP},
-    {&TransferItf::m_strHostFqdn, &TransferItf::m_strHostFqdn_utf8_rep, &TransferItf::m_nPortFqdn},
-    {&TransferItf::m_strHostNetBios, &TransferItf::m_strHostNetBios_utf8_rep,
-     &TransferItf::m_nPortNetbios},
-};
-
 /// Null for "none" and for numbers that name no form.
 const HostForm* hostFormOf(const voInetConnMethod& method) {
-    const bool known = method.kind >= connMethodIP && method.kind <= connMethodNetBios;
-    return known ? &kHostForms[method.kind - connMethodIP] : nullptr;
+    const auto* form =
+        std::find_if(std::begin(kHostForms), std::end(kHostForms),
+                     [&](const HostForm& each) { return each.method.kind == method.kind; });
+    return form == std::end(kHostForms) ? nullptr : form;
+}
+
+bool isConfigured(const TransferItf& settings, const HostForm& form) {
+    return !(settings.*form.host).empty();
 }
 
 /// Repeats an attempt while its result asks for another host form and there is one.
 template <class Attempt, class MayMoveOn, class MoveOn>
 voInetError tryHostForms(Attempt attempt, MayMoveOn mayMoveOn, MoveOn moveOn) {
+    forgetMonitorStop();
     voInetError result = attempt();
     for (int attempts = 1; attempts < kMaxAttempts && mayMoveOn(result) && moveOn(); ++attempts) {
         result = attempt();
     }
-    return result;
+    // A monitor may have stopped the logon between two attempts.
+    return wasStoppedByMonitor() ? voInetErrorCancelled : result;
 }
 
 }  // namespace
@@ -55,11 +53,15 @@ voInetError CNetConnection::Logon(bool useTimeout, unsigned int timeoutSeconds) 
         m_bUseLogonTimeout = useTimeout;
         m_nLogonTimeoutSeconds = timeoutSeconds;
         voInetError result = voInetErrorSuccess;
-        for (const voInetConnMethod& method : {connMethodIP, connMethodFqdn, connMethodNetBios}) {
-            if (!ApplyHostInformation(method)) {
+        for (const HostForm& form : kHostForms) {
+            if (!isConfigured(*this, form)) {
                 continue;
             }
-            result = LogonWithConnSpec(method, useTimeout, timeoutSeconds);
+            result = withoutExceptions([&] {
+                return ApplyHostInformation(form.method)
+                           ? LogonWithConnSpec(form.method, useTimeout, timeoutSeconds)
+                           : voInetErrorOutOfMemory;
+            });
             if (!ShouldUseNextConnectionMethodForLogon(result)) {
                 break;
             }
@@ -100,8 +102,11 @@ voInetError CNetConnection::UploadFileResponse(const std::wstring& requestFile,
                                                CNetSessionSink* sink) {
     return withoutExceptions([&] {
         // Without an IP-address form nothing is sent and success is returned; intended.
-        if (!ApplyHostInformation(connMethodIP)) {
+        if (m_strHostIP.empty()) {
             return voInetErrorSuccess;
+        }
+        if (!ApplyHostInformation(connMethodIP)) {
+            return voInetErrorOutOfMemory;
         }
         return tryHostForms(
             [&] {
@@ -119,16 +124,20 @@ voInetError CNetConnection::UploadFileResponse(const std::wstring& requestFile,
 
 bool CNetConnection::SetActiveHostSettings(const voInetConnMethod& method, const std::wstring& host,
                                            const std::string& hostUtf8, int port) {
-    m_currentMethod = method;
-    m_strHost = host;
-    m_strHost_utf8_rep = hostUtf8;
-    m_nPort = port;
-    return true;
+    return withoutExceptionsOr(false, [&] {
+        std::wstring newHost = host;
+        std::string newHostUtf8 = hostUtf8;
+        m_currentMethod = method;
+        m_strHost = std::move(newHost);
+        m_strHost_utf8_rep = std::move(newHostUtf8);
+        m_nPort = port;
+        return true;
+    });
 }
 
 bool CNetConnection::ApplyHostInformation(const voInetConnMethod& method) {
     const HostForm* form = hostFormOf(method);
-    if (form == nullptr || (this->*form->host).empty()) {
+    if (form == nullptr || !isConfigured(*this, *form)) {
         return false;
     }
     return SetActiveHostSettings(method, this->*form->host, this->*form->hostUtf8,
@@ -137,7 +146,7 @@ bool CNetConnection::ApplyHostInformation(const voInetConnMethod& method) {
 
 bool CNetConnection::CheckOptionsWithConnSpec(voInetConnMethod method) const {
     const HostForm* form = hostFormOf(method);
-    return form != nullptr && method.kind == m_currentMethod.kind && !(this->*form->host).empty();
+    return form != nullptr && method.kind == m_currentMethod.kind && isConfigured(*this, *form);
 }
 
 bool CNetConnection::AdvanceConnectionMethod() {
@@ -158,9 +167,13 @@ bool CNetConnection::SetNextConnectionMethod() {
     // A form that is not configured leaves the host of the form before it active, and the logon
     // goes there; intended.
     ApplyHostInformation(m_currentMethod);
-    const voInetError result =
-        LogonWithConnSpec(m_currentMethod, m_bUseLogonTimeout, m_nLogonTimeoutSeconds);
-    return result == voInetErrorSuccess || (advanced && SetNextConnectionMethod());
+    const voInetError result = withoutExceptions([&] {
+        return LogonWithConnSpec(m_currentMethod, m_bUseLogonTimeout, m_nLogonTimeoutSeconds);
+    });
+    if (result == voInetErrorSuccess) {
+        return true;
+    }
+    return advanced && !wasStoppedByMonitor() && SetNextConnectionMethod();
 }
 
 bool CNetConnection::SetNextConnectionMethodForUploading() {
@@ -230,16 +243,13 @@ bool CNetConnection::setAlternateProxy(void* curl, std::string& proxy) {
     if (curl == nullptr) {
         return false;
     }
-    proxy = unicode_to_utf8(m_strProxy);
-    setAddressScopeIfRequired(curl, proxy);
-    proxy = ANetworkUtil().formatV6addr(proxy, true);
-    curl_easy_setopt(curl, CURLOPT_PROXY, proxy.c_str());
-    curl_easy_setopt(curl, CURLOPT_PROXYPORT, static_cast<long>(m_nProxyPort));
-    if (m_bAltUseProxyAuthentication) {
-        curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, m_strAltProxyUserPwd_utf8_rep.c_str());
-        curl_easy_setopt(curl, CURLOPT_PROXYAUTH, kAnyAuthentication);
-    }
-    return true;
+    return withoutExceptionsOr(false, [&] {
+        proxy = setProxy(curl, unicode_to_utf8(m_strProxy), m_nProxyPort);
+        if (m_bAltUseProxyAuthentication) {
+            setProxyCredentials(curl, m_strAltProxyUserPwd_utf8_rep);
+        }
+        return true;
+    });
 }
 
 }  // namespace tessaro_com::pkm::voInet

@@ -3,52 +3,36 @@
 
 #include "kvecomn/log.h"
 #include "voinet/callbacks.h"
-#include "voinet/chttphelper.h"
 
 #include <curl/curl.h>
 
 #include <memory>
+#include <new>
 #include <string>
 
 namespace tessaro_com::pkm::voInet {
 
 static_assert(sizeof(curl_off_t) == 8, "files beyond 2 GiB need 64-bit offsets");
 
-/// Owns an easy handle that CConnectionHelper has set up; null when curl had none.
-class ConnectionHandle {
-  public:
-    ConnectionHandle(CConnectionHelper& helper, CallbackManager* manager) : m_helper(helper) {
-        m_helper.SetupCurlHandle(&m_handle, manager);
-    }
-    ~ConnectionHandle() { m_helper.FreeCurlHandle(m_handle); }
-
-    ConnectionHandle(const ConnectionHandle&) = delete;
-    ConnectionHandle& operator=(const ConnectionHandle&) = delete;
-
-    void* get() const { return m_handle; }
-
-  private:
-    CConnectionHelper& m_helper;
-    void* m_handle = nullptr;
-};
-
 struct EasyHandleCleanup {
     void operator()(CURL* handle) const noexcept { curl_easy_cleanup(handle); }
 };
 
-/// Owns an easy handle without any settings.
+/// Owns an easy handle; null when curl had none.
 using EasyHandle = std::unique_ptr<CURL, EasyHandleCleanup>;
 
 /// Owns the header lines of a request. They must outlive the transfers of the handle they are set
 /// on.
 class HeaderList {
   public:
+    /// Throws std::bad_alloc rather than leave the line out.
     void append(const std::string& line) {
-        curl_slist* longer = curl_slist_append(m_lines.get(), line.c_str());
-        if (longer != nullptr) {
-            (void)m_lines.release();
-            m_lines.reset(longer);
+        curl_slist* const longer = curl_slist_append(m_lines.get(), line.c_str());
+        if (longer == nullptr) {
+            throw std::bad_alloc();
         }
+        (void)m_lines.release();
+        m_lines.reset(longer);
     }
 
     curl_slist* get() const { return m_lines.get(); }
@@ -64,7 +48,7 @@ class HeaderList {
 /// CURLAUTH_ANY as curl_easy_setopt reads it.
 inline constexpr long kAnyAuthentication = static_cast<long>(CURLAUTH_ANY);
 
-/// Status of the latest answer, 0 when there was none.
+/// A figure of the latest request, its status by default; 0 when there is none.
 inline int responseCode(CURL* handle, CURLINFO info = CURLINFO_RESPONSE_CODE) {
     long code = 0;
     if (handle != nullptr) {

@@ -1,6 +1,6 @@
 #include "voinet/transfermonitor.h"
 
-#include "currentmonitor.h"
+#include "monitoredrequest.h"
 
 #include <utility>
 

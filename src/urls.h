@@ -5,11 +5,14 @@
 #include "voinet/INetUtils.h"
 #include "voinet/transferitf.h"
 
-#include <locale>
-#include <sstream>
 #include <string>
 
 namespace tessaro_com::pkm::voInet {
+
+// Probes and downloads are plain HTTP also when the settings ask for SSL; intended.
+inline constexpr char kHttpScheme[] = "http://";
+inline constexpr char kHttpsScheme[] = "https://";
+inline constexpr char kFtpScheme[] = "ftp://";
 
 /// `scheme` (with "://"), the active host (an IPv6 address in brackets), ":" and the active port.
 inline std::string serverUrl(const char* scheme, const TransferItf& settings) {
@@ -17,21 +20,37 @@ inline std::string serverUrl(const char* scheme, const TransferItf& settings) {
            std::to_string(settings.m_nPort);
 }
 
-/// `text` up to its first white space. URLs and joined credentials end there, on purpose.
-inline std::string upToFirstBlank(const std::string& text) {
-    std::istringstream stream(text);
-    // The host may have set a global locale with other ideas of white space.
-    stream.imbue(std::locale::classic());
-    std::string word;
-    stream >> word;
-    return word;
+/// The first word of `text`: white space before it is skipped, white space behind it ends it. URLs
+/// and joined credentials are cut like this, on purpose. White space is that of ASCII, whatever
+/// locale the host has set.
+inline std::string firstWord(const std::string& text) {
+    constexpr char kWhiteSpace[] = " \t\n\v\f\r";
+    const auto start = text.find_first_not_of(kWhiteSpace);
+    if (start == std::string::npos) {
+        return {};
+    }
+    const auto end = text.find_first_of(kWhiteSpace, start);
+    return text.substr(start, end == std::string::npos ? end : end - start);
 }
 
-/// User name and password of the settings, each percent-encoded, as one text for curl. It ends at
-/// the first white space of either, on purpose.
+/// The path of a file on the server: the relative path of the settings and `path`, with a "/"
+/// before each. A relative path that begins with "/" gives a doubled slash; intended.
+inline std::string serverPath(const TransferItf& settings, const std::string& path) {
+    const std::string rooted = path.front() == '/' ? path : "/" + path;
+    const std::string& relativePath = settings.m_strRelativePath_utf8_rep;
+    return relativePath.empty() ? rooted : "/" + relativePath + rooted;
+}
+
+/// The URL of a file that is named relative to the relative path of the settings; not empty.
+inline std::string fileUrl(const char* scheme, const TransferItf& settings,
+                           const std::string& path) {
+    return firstWord(serverUrl(scheme, settings) + serverPath(settings, path));
+}
+
+/// User name and password of the settings, each percent-encoded, as one text for curl.
 inline std::string joinedCredentials(const TransferItf& settings) {
-    return upToFirstBlank(fixCredentialWithSpecialCharacters(settings.m_strUser_utf8_rep) + ":" +
-                          fixCredentialWithSpecialCharacters(settings.m_strPassword_utf8_rep));
+    return firstWord(fixCredentialWithSpecialCharacters(settings.m_strUser_utf8_rep) + ":" +
+                     fixCredentialWithSpecialCharacters(settings.m_strPassword_utf8_rep));
 }
 
 }  // namespace tessaro_com::pkm::voInet

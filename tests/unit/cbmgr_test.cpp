@@ -323,11 +323,13 @@ TEST_F(Manager, PrefixBlockThatStraddlesTheMark_IsKeptUpToIt) {
     }
 }
 
-TEST_F(Manager, PrefixCheck_WritesNothing) {
+TEST_F(Manager, PrefixCheck_WritesNothingAndHasNoTemporaryFile) {
     scratch.write("local", content(3000));
     makePrefixCheck(1000);
     write(std::string(2000, 'x'));
-    EXPECT_EQ(readFile(temporaryFile()), content(3000));
+    EXPECT_TRUE(manager->FinishTransfer());
+    EXPECT_TRUE(openTemporaryFiles().empty());
+    EXPECT_EQ(readFile(scratch.file("local")), content(3000));
 }
 
 TEST_F(Manager, ShortAnswer_MatchesOnlyZeros) {

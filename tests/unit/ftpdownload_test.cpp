@@ -90,8 +90,9 @@ TEST_F(FtpDownload, DirectWithCredentials_SetsThemUnencodedBehindTheUrl) {
                     "CURLOPT_HTTPAUTH=-17", HasSubstr("CURLOPT_READFUNCTION=@"),
                     "CURLOPT_READDATA=*", "CURLOPT_LOW_SPEED_LIMIT=1", "CURLOPT_LOW_SPEED_TIME=600",
                     "CURLOPT_URL=\"ftp://server.corp:2121/pkg/file.zip\"", "CURLOPT_HTTPAUTH=-17",
-                    "CURLOPT_USERNAME=\"us@er\"", "CURLOPT_PASSWORD=\"50%:x y\"", "perform",
-                    "getinfo RESPONSE_CODE", "cleanup"));
+                    "CURLOPT_USERNAME=\"us@er\"", "CURLOPT_PASSWORD=\"50%:x y\"",
+                    "CURLOPT_BUFFERSIZE=65536", "CURLOPT_HEADERFUNCTION=*", "CURLOPT_WRITEHEADER=*",
+                    "perform", "getinfo RESPONSE_CODE", "cleanup"));
 }
 
 TEST_F(FtpDownload, ThroughAProxyWithCredentials_JoinsThemEncodedUpToTheFirstBlank) {
@@ -100,8 +101,8 @@ TEST_F(FtpDownload, ThroughAProxyWithCredentials_JoinsThemEncodedUpToTheFirstBla
     play(FtpAnswer::sent226);
     EXPECT_EQ(download(), voInetErrorSuccess);
     const auto options = curlDouble().options();
-    ASSERT_GE(options.size(), 5U);
-    EXPECT_THAT(Texts(options.end() - 5, options.end()),
+    ASSERT_GE(options.size(), 8U);
+    EXPECT_THAT(Texts(options.end() - 8, options.end() - 3),
                 ElementsAre("CURLOPT_URL=\"ftp://server.corp:2121/pkg/file.zip\"",
                             "CURLOPT_HTTPAUTH=-17", "CURLOPT_USERPWD=\"us%40er:50%25%3ax\"",
                             "CURLOPT_PROXYAUTH=-17", "CURLOPT_PROXYUSERPWD=\"proxy:secret\""));

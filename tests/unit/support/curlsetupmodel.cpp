@@ -136,9 +136,16 @@ std::vector<std::string> expectedSetup(const CNetConnection& connection,
     return Setup(connection, manager, traced).run();
 }
 
+std::vector<std::string> expectedDownloadOptions() {
+    return {option(CURLOPT_BUFFERSIZE, 65536L), "CURLOPT_HEADERFUNCTION=*",
+            "CURLOPT_WRITEHEADER=*"};
+}
+
 std::vector<std::string> withoutManager(std::vector<std::string> trace) {
     const std::array starts{std::string("CURLOPT_WRITEDATA="), std::string("CURLOPT_PROGRESSDATA="),
-                            std::string("CURLOPT_READDATA=")};
+                            std::string("CURLOPT_READDATA="),
+                            std::string("CURLOPT_HEADERFUNCTION="),
+                            std::string("CURLOPT_WRITEHEADER=")};
     for (auto& entry : trace) {
         for (const auto& start : starts) {
             if (entry.rfind(start, 0) == 0) {

@@ -19,6 +19,10 @@ std::vector<std::string> expectedSetup(const tessaro_com::pkm::voInet::CNetConne
                                        const tessaro_com::pkm::voInet::CallbackManager* manager,
                                        bool traced);
 
+/// What every handle of a download has behind the options of its protocol; as withoutManager shows
+/// it.
+std::vector<std::string> expectedDownloadOptions();
+
 /// The entries for callbacks' user data hold an address that a test may not know; they are shown as
 /// "*" instead.
 std::vector<std::string> withoutManager(std::vector<std::string> trace);

@@ -246,6 +246,9 @@ bool DownloadModel::configure(const Pass& pass) {
         curl(option(CURLOPT_PROXYAUTH, kAnyMethod));
         curl(option(CURLOPT_PROXYUSERPWD, m_connection.m_strProxyUserPwd_utf8_rep));
     }
+    for (const auto& step : expectedDownloadOptions()) {
+        curl(step);
+    }
     return !headers.empty();
 }
 

@@ -190,6 +190,9 @@ void FtpDownloadModel::setCredentials() {
         curl(option(CURLOPT_PROXYAUTH, kAnyMethod));
         curl(option(CURLOPT_PROXYUSERPWD, m_connection.m_strProxyUserPwd_utf8_rep));
     }
+    for (const auto& step : expectedDownloadOptions()) {
+        curl(step);
+    }
 }
 
 /// Returns the proxy as the log names it.

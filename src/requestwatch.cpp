@@ -1,0 +1,113 @@
+#include "requestwatch.h"
+
+#include "monitoredrequest.h"
+
+namespace tessaro_com::pkm::voInet {
+
+namespace {
+
+thread_local RequestWatch* watchOfThread = nullptr;
+thread_local bool isThreadStopped = false;
+
+/// CURLOPT_HEADERFUNCTION.
+std::size_t headerCallback(char* line, std::size_t size, std::size_t count, void* watch) {
+    static_cast<RequestWatch*>(watch)->takeHeaderLine({line, size * count});
+    return size * count;
+}
+
+std::unique_ptr<MonitoredRequest> monitoredRequest(const CNetConnection& connection,
+                                                   RequestPurpose purpose, const std::string& url,
+                                                   std::int64_t rangeStart) {
+    TransferMonitor* const monitor = currentMonitor();
+    return monitor == nullptr
+               ? nullptr
+               : std::make_unique<MonitoredRequest>(*monitor, connection, purpose, url, rangeStart);
+}
+
+}  // namespace
+
+RequestWatch::RequestWatch(const CNetConnection& connection, RequestPurpose purpose,
+                           const std::string& url, std::int64_t rangeStart)
+    : m_isDownload(purpose == requestDownload || purpose == requestPrefixCheck),
+      m_monitored(monitoredRequest(connection, purpose, url, rangeStart)),
+      m_outer(watchOfThread) {
+    watchOfThread = this;
+}
+
+RequestWatch::~RequestWatch() {
+    watchOfThread = m_outer;
+}
+
+RequestWatch* RequestWatch::current() {
+    return watchOfThread;
+}
+
+void RequestWatch::receiveHeaders(CURL* handle) {
+    curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, headerCallback);
+    curl_easy_setopt(handle, CURLOPT_WRITEHEADER, this);
+}
+
+void RequestWatch::addMonitorOptions(CURL* handle) {
+    m_isStopped = m_monitored != nullptr && !m_monitored->addOptions(handle);
+}
+
+CURLcode RequestWatch::perform(CURL* handle) {
+    m_answer = AnswerHead();
+    m_received = 0;
+    if (m_monitored != nullptr) {
+        m_isStopped = !m_monitored->start(handle) || m_isStopped;
+    }
+    CURLcode result = m_isStopped ? CURLE_ABORTED_BY_CALLBACK : curl_easy_perform(handle);
+    if (result == CURLE_OK && m_isDownload && m_answer.isCut()) {
+        result = CURLE_PARTIAL_FILE;
+    }
+    if (m_monitored != nullptr) {
+        result = m_isStopped ? CURLE_ABORTED_BY_CALLBACK : result;
+        const bool goesOn = m_monitored->end(result, m_received, m_answer);
+        m_isStopped = m_isStopped || !goesOn;
+    }
+    isThreadStopped = m_isStopped;
+    return m_isStopped ? CURLE_ABORTED_BY_CALLBACK : result;
+}
+
+bool RequestWatch::keepsWhatArrived() {
+    return m_monitored != nullptr && m_monitored->keepsWhatArrived();
+}
+
+void RequestWatch::takeHeaderLine(std::string_view line) {
+    const AnswerHead::Line kind = m_answer.take(line);
+    if (m_monitored != nullptr && !m_monitored->takeHeaderLine(kind, line, m_answer)) {
+        m_isStopped = true;
+    }
+}
+
+bool RequestWatch::takeBody(std::size_t bytes) {
+    m_received += static_cast<std::int64_t>(bytes);
+    if (m_monitored != nullptr && !m_monitored->takeBody(m_received, m_answer)) {
+        m_isStopped = true;
+    }
+    return !m_isStopped;
+}
+
+bool RequestWatch::goesOn() {
+    if (m_monitored != nullptr && !m_isStopped) {
+        m_isStopped = !m_monitored->goesOn();
+    }
+    return !m_isStopped;
+}
+
+void RequestWatch::noteProxy(const std::string& formattedHost, int port) {
+    if (m_monitored != nullptr) {
+        m_monitored->noteProxy(formattedHost, port);
+    }
+}
+
+bool wasStoppedByMonitor() {
+    return isThreadStopped;
+}
+
+void forgetMonitorStop() {
+    isThreadStopped = false;
+}
+
+}  // namespace tessaro_com::pkm::voInet
