@@ -14,6 +14,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <new>
 #include <optional>
 #include <set>
 
@@ -92,6 +93,16 @@ int resolve(const std::string& host, const std::string& service, int family, Add
         list.reset(found);
     }
     return result;
+}
+
+/// The same without exceptions.
+int tryToResolve(const std::string& host, const std::string& service, int family,
+                 AddrinfoList& list) noexcept {
+    try {
+        return resolve(host, service, family, list);
+    } catch (const std::bad_alloc&) {
+        return EAI_MEMORY;
+    }
 }
 
 int familyOf(int flags) {
@@ -182,6 +193,15 @@ unsigned int guessInterface(const in6_addr& address) {
     return possible.size() == 1 ? *possible.begin() : 0;
 }
 
+/// The interface scope of a link-local address; 0 when it has none.
+unsigned int scopeOf(const std::string& numericAddress) {
+    const std::optional<ScopedAddress> parsed = parseIpv6(withoutBrackets(numericAddress));
+    if (!parsed || !IN6_IS_ADDR_LINKLOCAL(&parsed->address)) {
+        return 0;
+    }
+    return parsed->scope.empty() ? guessInterface(parsed->address) : interfaceIndex(parsed->scope);
+}
+
 }  // namespace
 
 ANetworkUtil::~ANetworkUtil() {
@@ -201,7 +221,7 @@ std::string ANetworkUtil::formatV6addr(const std::string& host, bool forUrl) {
 int ANetworkUtil::kveCreateAddrinfo(const std::string& host, const std::string& service,
                                     addrinfo** list, bool* flag) {
     AddrinfoList found;
-    const int result = resolve(host, service, AF_UNSPEC, found);
+    const int result = tryToResolve(host, service, AF_UNSPEC, found);
     if (flag != nullptr) {
         *flag = false;
         for (const addrinfo* entry = found.get(); entry != nullptr; entry = entry->ai_next) {
@@ -217,20 +237,30 @@ int ANetworkUtil::kveGetAddrinfo(
     const std::string& host, std::string service,  // NOLINT(performance-unnecessary-value-param)
     std::vector<char*>& addresses, int flags) {
     AddrinfoList list;
-    int result = resolve(host, service, familyOf(flags), list);
+    int result = tryToResolve(host, service, familyOf(flags), list);
     if (result != 0) {
         return result;
     }
-    const std::vector<std::string> texts = numericTexts(list.get(), result);
-    // Room first: after that a text cannot get lost between its two lists.
-    addresses.reserve(addresses.size() + texts.size());
-    for (const std::string& text : texts) {
-        std::unique_ptr<char[]> copy = copyOf(text);
-        // cppcheck-suppress danglingLifetime ; released in the next line
-        m_ownedTexts.insert(copy.get());
-        addresses.push_back(copy.release());
+    const std::size_t before = addresses.size();
+    try {
+        const std::vector<std::string> texts = numericTexts(list.get(), result);
+        // Room first: after that a text cannot get lost between its two lists.
+        addresses.reserve(before + texts.size());
+        for (const std::string& text : texts) {
+            std::unique_ptr<char[]> copy = copyOf(text);
+            // cppcheck-suppress danglingLifetime ; released in the next line
+            m_ownedTexts.insert(copy.get());
+            addresses.push_back(copy.release());
+        }
+    } catch (const std::bad_alloc&) {
+        // The caller is to have all of them or none.
+        result = EAI_MEMORY;
+        for (; addresses.size() > before; addresses.pop_back()) {
+            m_ownedTexts.erase(addresses.back());
+            delete[] addresses.back();
+        }
     }
-    if (!texts.empty()) {
+    if (addresses.size() > before) {
         return 0;
     }
     return result != 0 ? result : EAI_NONAME;
@@ -246,12 +276,12 @@ void ANetworkUtil::kveFreeAddrinfo(std::vector<char*>& addresses) {
 }
 
 bool ANetworkUtil::kveGetScopeId(const std::string& numericAddress, unsigned int* scopeId) {
-    const std::optional<ScopedAddress> parsed = parseIpv6(withoutBrackets(numericAddress));
-    if (!parsed || !IN6_IS_ADDR_LINKLOCAL(&parsed->address)) {
-        return false;
+    unsigned int index = 0;
+    try {
+        index = scopeOf(numericAddress);
+    } catch (const std::bad_alloc&) {
+        // No answer.
     }
-    const unsigned int index =
-        parsed->scope.empty() ? guessInterface(parsed->address) : interfaceIndex(parsed->scope);
     if (index == 0) {
         return false;
     }

@@ -17,7 +17,7 @@ void logLine(const Text&... texts) noexcept {
         (message += ... += texts);
         logError(kModuleName, message);
     } catch (...) {
-        // No memory for a line: the caller's answer says enough.
+        logError(kModuleName, L"A file operation failed, and memory lacks to say which and why");
     }
 }
 
@@ -37,7 +37,7 @@ void logCopyError(const std::string& from, const std::string& to, const char* re
 
 void logUnsafeCopy(const std::string& from, const std::string& to, const char* reason) noexcept {
     logLine("Copied \"", from, "\" to \"", to,
-            "\", but the directory may lose it with the power: ", reason);
+            "\", but the directory may lose it with the power: flush: ", reason);
 }
 
 }  // namespace kvecomn

@@ -5,7 +5,8 @@
 
 namespace kvecomn {
 
-// The error lines of the file functions. A line that cannot be formed for lack of memory is lost.
+// The error lines of the file functions. When memory lacks to form a line, a fixed text takes its
+// place.
 
 void logOpenError(const std::string& path, const char* reason) noexcept;
 /// What was written may be lost.

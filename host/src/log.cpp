@@ -16,7 +16,9 @@
 #include <iterator>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -35,13 +37,15 @@ struct LogState {
     std::vector<std::string> detailList;
 };
 
-/// Never destroyed: destructors of other static objects may still log.
-LogState& logState() {
-    static LogState* const kState = new LogState;
+/// Never destroyed: destructors of other static objects may still log. Not on the heap either: who
+/// asks for the first time may have no memory left.
+LogState& logState() noexcept {
+    alignas(LogState) static unsigned char room[sizeof(LogState)];
+    static LogState* const kState = new (room) LogState;
     return *kState;
 }
 
-bool isInDetailList(const std::string& name) {
+bool isInDetailList(const char* name) {
     LogState& state = logState();
     const std::lock_guard<std::mutex> lock(state.detailListMutex);
     return std::find(state.detailList.begin(), state.detailList.end(), name) !=
@@ -121,7 +125,7 @@ std::string currentTime() {
 
 /// Writes all of a line, in one call unless the system takes it in parts, so that the lines of
 /// several processes do not mix.
-void writeToStandardError(const std::string& line) {
+void writeToStandardError(std::string_view line) {
     const kvecomn::BrokenPipeGuard guard;
     const char* position = line.data();
     std::size_t left = line.size();
@@ -141,11 +145,22 @@ void writeToStandardError(const std::string& line) {
 
 void writeDefault(HostLogLevel level, const wchar_t* module, const wchar_t* message) {
     if (level == HostLogLevel::detail && !logState().isDetailEnabled &&
-        !isInDetailList(telmcomn_wide_to_ansi(module))) {
+        !isInDetailList(telmcomn_wide_to_ansi(module).c_str())) {
         return;
     }
     writeToStandardError(currentTime() + ' ' + hostLogLevelName(level) + ' ' + printable(module) +
                          ": " + printable(message) + '\n');
+}
+
+/// An error that cannot be written for lack of memory does not pass in silence.
+void writeDefaultOrTell(HostLogLevel level, const wchar_t* module, const wchar_t* message) {
+    try {
+        writeDefault(level, module, message);
+    } catch (const std::bad_alloc&) {
+        if (level == HostLogLevel::error) {
+            writeToStandardError("error kvecomn: memory lacks to write an error line\n");
+        }
+    }
 }
 
 /// Marks that the handler runs, as long as it lives.
@@ -172,7 +187,7 @@ void dispatch(HostLogLevel level, const wchar_t* module, const wchar_t* message)
     if (handler) {
         (*handler)(level, module, message);
     } else {
-        writeDefault(level, module, message);
+        writeDefaultOrTell(level, module, message);
     }
 }
 
@@ -222,8 +237,12 @@ const char* hostLogLevelName(HostLogLevel level) {
 
 void hostLogSetHandler(HostLogHandler handler) {
     std::shared_ptr<const HostLogHandler> next;
-    if (handler) {
-        next = std::make_shared<const HostLogHandler>(std::move(handler));
+    try {
+        if (handler) {
+            next = std::make_shared<const HostLogHandler>(std::move(handler));
+        }
+    } catch (const std::bad_alloc&) {
+        // The default writes the lines.
     }
     LogState& state = logState();
     const std::lock_guard<std::recursive_mutex> lock(state.handlerMutex);

@@ -12,8 +12,11 @@ namespace kvecomn {
 /// Where a path leads: an open directory and a name in it. Whoever renames or replaces parts of the
 /// path afterwards cannot lead operations on the place elsewhere.
 struct Place {
-    /// Opened with O_PATH: for the "at" calls, not for reading or fsync.
+    /// For the "at" calls.
     Descriptor directory;
+    /// Whether the directory is open for reading as well, which fsync needs, and not with O_PATH
+    /// only.
+    bool isDirectoryReadable = false;
     struct stat directoryStatus {};
     std::string name;
     bool exists = false;
@@ -30,19 +33,48 @@ struct Place {
     bool isOpenFileLink() const;
 };
 
+/// An open file.
+struct OpenFile {
+    Descriptor descriptor;
+    /// As it was when the file was opened.
+    struct stat status {};
+};
+
+/// What a place's directory is opened for.
+enum class DirectoryUse {
+    names,
+    /// For reading too, if it may be read.
+    reading
+};
+
 /// Follows a path, its symbolic links included, except for somebody else's links in shared
 /// directories. The last part need not exist. Throws FileError.
-Place lookUp(const std::string& path);
+Place lookUp(const std::string& path, DirectoryUse use = DirectoryUse::names);
 
 /// The text of a symbolic link; throws FileError.
 std::string readLink(const Descriptor& directory, const std::string& name);
+
+/// Opens what a path leads to when no symbolic link is on the way, in the fewest calls and without
+/// waiting for anybody. A closed descriptor with the reason in errno when the path has to be looked
+/// up. The file may be used only when mayUseAnywhere() says so; else openExisting() decides.
+///
+/// @param access  O_RDONLY, O_WRONLY or O_RDWR.
+OpenFile openDirectly(const std::string& path, int access);
+
+/// Whether a file may be used whatever directory it is in: it obeys the rules of shared ones.
+bool mayUseAnywhere(const OpenFile& file, int access);
 
 /// Opens what stands at a place, without waiting for anybody. In a shared directory only regular
 /// files are opened, and for writing only those that are this user's under no second name. Throws
 /// FileError.
 ///
-/// @param access  O_RDONLY, O_WRONLY or O_RDWR.
-Descriptor openExisting(const Place& place, int access);
+/// @param candidate  what openDirectly() gave for the same path and access. It is used when it
+///                   stands at the place: opening a FIFO or a device twice can be noticed.
+OpenFile openExisting(const Place& place, int access, OpenFile candidate = {});
+
+/// Reading and writing may wait, as programs expect of a terminal or a FIFO. For files of
+/// openDirectly(); those of openExisting() have it. Throws FileError.
+void allowWaiting(const OpenFile& file, int access);
 
 /// Makes a file that did not exist. The kernel takes the umask off `mode`. Throws FileError.
 Descriptor makeNew(const Place& place, const std::string& name, int access, mode_t mode);
@@ -53,6 +85,8 @@ mode_t newFileMode(const Place& place);
 /// Throws FileError unless the status is that of a regular file which belongs to this user and has
 /// no second name. Through a hard link a file from elsewhere could be written.
 void requireOwnFile(const struct stat& status);
+
+bool isSameFile(const struct stat& one, const struct stat& other);
 
 /// The status of an open file; throws FileError.
 struct stat statusOf(const Descriptor& file);

@@ -12,7 +12,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <mutex>
 #include <set>
 #include <utility>
@@ -63,14 +62,6 @@ bool tryLock(const Descriptor& file) {
     return uninterrupted([&] { return flock(file.get(), LOCK_EX | LOCK_NB); }) == 0;
 }
 
-/// Whether a new file is safe from removeLeftSiblings of another process, which may have come
-/// between making and locking.
-bool isSafelyLocked(const Descriptor& file) {
-    // A file system without locks has none in removeLeftSiblings either: nothing is deleted there.
-    const bool isTaken = !tryLock(file) && errno == EWOULDBLOCK;
-    return !isTaken && statusOf(file).st_nlink > 0;
-}
-
 void removeName(const Place& place, const std::string& name) {
     uninterrupted([&] { return unlinkat(place.directory.get(), name.c_str(), 0); });
 }
@@ -103,18 +94,45 @@ bool isFirstVisit(const struct stat& directory) {
     return visited.emplace(directory.st_dev, directory.st_ino).second;
 }
 
-struct DirectoryCloser {
-    void operator()(DIR* directory) const { closedir(directory); }
+/// The names in a directory, taken from the kernel by the bufferful. A stream of the C library
+/// would make further calls and ask for memory.
+class DirectoryNames {
+  public:
+    explicit DirectoryNames(const Descriptor& directory) : m_directory(directory.get()) {}
+
+    /// The next name, valid until the call after; null at the end or on an error.
+    const char* next() {
+        if (m_position == m_end && !readMore()) {
+            return nullptr;
+        }
+        const char* const entry = m_buffer + m_position;
+        decltype(dirent64::d_reclen) length = 0;
+        std::memcpy(&length, entry + offsetof(dirent64, d_reclen), sizeof length);
+        m_position += length;
+        return entry + offsetof(dirent64, d_name);
+    }
+
+  private:
+    bool readMore() {
+        const ssize_t count =
+            uninterrupted([&] { return getdents64(m_directory, m_buffer, sizeof m_buffer); });
+        m_position = 0;
+        m_end = count > 0 ? static_cast<std::size_t>(count) : 0;
+        return m_end > 0;
+    }
+
+    int m_directory;
+    alignas(dirent64) char m_buffer[std::size_t{16} * 1024];
+    std::size_t m_position = 0;
+    std::size_t m_end = 0;
 };
 
 }  // namespace
 
 SiblingFile::SiblingFile(const Place& place, mode_t mode) : SiblingFile(place) {
     for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
-        m_name = unpredictableName();
-        m_file = makeNew(place, m_name, O_WRONLY, mode);
-        m_isOwner = true;
-        if (isSafelyLocked(m_file)) {
+        make(mode);
+        if (isSafelyLocked()) {
             return;
         }
         remove();
@@ -126,6 +144,21 @@ SiblingFile::~SiblingFile() {
     remove();
 }
 
+void SiblingFile::make(mode_t mode) {
+    m_name = unpredictableName();
+    m_file.descriptor = makeNew(m_place, m_name, O_WRONLY, mode);
+    m_isOwner = true;
+}
+
+/// Whether the new file is safe from removeLeftSiblings of another process, which may have come
+/// between making and locking.
+bool SiblingFile::isSafelyLocked() {
+    // A file system without locks has none in removeLeftSiblings either: nothing is deleted there.
+    const bool isTaken = !tryLock(m_file.descriptor) && errno == EWOULDBLOCK;
+    m_file.status = statusOf(m_file.descriptor);
+    return !isTaken && m_file.status.st_nlink > 0;
+}
+
 void SiblingFile::remove() {
     if (m_isOwner) {
         removeName(m_place, m_name);
@@ -133,14 +166,9 @@ void SiblingFile::remove() {
     }
 }
 
-void SiblingFile::replace() {
-    // Some file systems report lost data at close only. The lock has to stay until the new name is
-    // there, so a second descriptor is closed in its stead.
-    Descriptor twin(uninterrupted([&] { return fcntl(m_file.get(), F_DUPFD_CLOEXEC, 0); }));
-    if (!twin.isOpen()) {
-        throw FileError(errno, "close");
-    }
-    if (const int error = twin.close(); error != 0) {
+bool SiblingFile::replace() {
+    // Some file systems report lost data at close only. The lock goes with it.
+    if (const int error = m_file.descriptor.close(); error != 0) {
         throw FileError(error, "close");
     }
     const int directory = m_place.directory.get();
@@ -149,35 +177,30 @@ void SiblingFile::replace() {
     const int error = errno;
     // A repeated call, or a file server's lost answer, reports a failure of what has been done.
     if (result == -1 && !hasLanded()) {
+        if (error == ENOENT) {
+            return false;
+        }
         throw FileError(error, "rename");
     }
     m_isOwner = false;
+    return true;
 }
 
 bool SiblingFile::hasLanded() const {
     struct stat landed {};
-    struct stat own {};
-    return fstat(m_file.get(), &own) == 0 &&
-           fstatat(m_place.directory.get(), m_place.name.c_str(), &landed, AT_SYMLINK_NOFOLLOW) ==
+    return fstatat(m_place.directory.get(), m_place.name.c_str(), &landed, AT_SYMLINK_NOFOLLOW) ==
                0 &&
-           own.st_dev == landed.st_dev && own.st_ino == landed.st_ino;
+           isSameFile(m_file.status, landed);
 }
 
 void removeLeftSiblings(const Place& place) {
-    if (!isFirstVisit(place.directoryStatus)) {
+    if (!place.isDirectoryReadable || !isFirstVisit(place.directoryStatus)) {
         return;
     }
-    Descriptor number(uninterrupted(
-        [&] { return openat(place.directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-    const std::unique_ptr<DIR, DirectoryCloser> directory(number.isOpen() ? fdopendir(number.get())
-                                                                          : nullptr);
-    if (!directory) {
-        return;
-    }
-    number.release();
-    while (const dirent* entry = readdir(directory.get())) {
-        if (isSiblingName(entry->d_name)) {
-            removeIfLeft(place, entry->d_name);
+    DirectoryNames names(place.directory);
+    while (const char* name = names.next()) {
+        if (isSiblingName(name)) {
+            removeIfLeft(place, name);
         }
     }
 }

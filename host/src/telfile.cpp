@@ -19,17 +19,17 @@
 
 using kvecomn::Descriptor;
 using kvecomn::FileError;
+using kvecomn::OpenFile;
 using kvecomn::Place;
 
 struct TelFile {
-    TelFile(Descriptor openFile, std::string openPath, bool isOpenPipe)
-        : file(std::move(openFile)), path(std::move(openPath)), isPipe(isOpenPipe) {}
+    explicit TelFile(const std::string& openPath) : path(openPath) {}
 
     Descriptor file;
     /// As it was opened, for the log.
     std::string path;
     /// Writing to a pipe can raise a signal.
-    bool isPipe;
+    bool isPipe = false;
 };
 
 namespace {
@@ -72,62 +72,74 @@ int openAccess(std::uint32_t access, bool empties) {
     return O_WRONLY;
 }
 
-void makeEmpty(const Descriptor& file) {
-    const struct stat status = kvecomn::statusOf(file);
+void makeEmpty(const OpenFile& file) {
     // Terminals and FIFOs have nothing to throw away. Nor has an empty file, and some file systems
     // write a file that was emptied to storage when it is closed, which costs a temporary one dear.
-    if (S_ISREG(status.st_mode) && status.st_size > 0 &&
-        kvecomn::uninterrupted([&] { return ftruncate(file.get(), 0); }) == -1) {
+    if (S_ISREG(file.status.st_mode) && file.status.st_size > 0 &&
+        kvecomn::uninterrupted([&] { return ftruncate(file.descriptor.get(), 0); }) == -1) {
         throw FileError(errno, "empty");
     }
 }
 
 /// Opens what stands at the place; a closed descriptor when nothing does and it may be made.
-Descriptor tryExisting(const Place& place, int access, const DispositionRule& rule) {
+OpenFile tryExisting(const Place& place, int access, const DispositionRule& rule,
+                     OpenFile& candidate) {
     try {
-        Descriptor file = kvecomn::openExisting(place, access);
-        // Only now is it known to be a file that may be emptied.
-        if (rule.empties) {
-            makeEmpty(file);
-        }
-        return file;
+        return kvecomn::openExisting(place, access, std::exchange(candidate, OpenFile()));
     } catch (const FileError& error) {
         if (error.code() == ENOENT && rule.makesMissing) {
-            return Descriptor();
+            return OpenFile();
         }
         throw;
     }
 }
 
 /// Makes the file; a closed descriptor when it has come into being and may be opened.
-Descriptor tryNew(const Place& place, int access, const DispositionRule& rule) {
+OpenFile tryNew(const Place& place, int access, const DispositionRule& rule) {
+    OpenFile file;
     try {
-        return kvecomn::makeNew(place, place.name, access, kvecomn::newFileMode(place));
+        file.descriptor = kvecomn::makeNew(place, place.name, access, kvecomn::newFileMode(place));
     } catch (const FileError& error) {
-        if (error.code() == EEXIST && rule.opensExisting) {
-            return Descriptor();
+        if (error.code() != EEXIST || !rule.opensExisting) {
+            throw;
         }
-        throw;
     }
+    return file;
 }
 
-Descriptor openByRule(const Place& place, int access, const DispositionRule& rule) {
+OpenFile openAtPlace(const Place& place, int access, const DispositionRule& rule,
+                     OpenFile candidate) {
     if (!rule.opensExisting && place.isBehindLink) {
         throw FileError(EEXIST);
     }
+    // What was missing a moment ago is made first.
+    bool makesNow = rule.makesMissing && !(rule.opensExisting && place.exists);
     for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
-        Descriptor file;
-        if (rule.opensExisting) {
-            file = tryExisting(place, access, rule);
-        }
-        if (!file.isOpen() && rule.makesMissing) {
-            file = tryNew(place, access, rule);
-        }
-        if (file.isOpen()) {
+        OpenFile file =
+            makesNow ? tryNew(place, access, rule) : tryExisting(place, access, rule, candidate);
+        if (file.descriptor.isOpen()) {
             return file;
         }
+        makesNow = !makesNow;
     }
     throw FileError(EAGAIN);
+}
+
+OpenFile openByRule(const std::string& path, int access, const DispositionRule& rule) {
+    OpenFile file;
+    if (rule.opensExisting) {
+        file = kvecomn::openDirectly(path, access);
+    }
+    if (kvecomn::mayUseAnywhere(file, access)) {
+        kvecomn::allowWaiting(file, access);
+    } else {
+        file = openAtPlace(kvecomn::lookUp(path), access, rule, std::move(file));
+    }
+    // Only now is it known to be a file that may be emptied.
+    if (rule.empties) {
+        makeEmpty(file);
+    }
+    return file;
 }
 
 std::unique_ptr<TelFile> openFile(const std::string& path, std::uint32_t access,
@@ -136,9 +148,12 @@ std::unique_ptr<TelFile> openFile(const std::string& path, std::uint32_t access,
     if (rule == nullptr) {
         throw FileError("unknown disposition");
     }
-    Descriptor file = openByRule(kvecomn::lookUp(path), openAccess(access, rule->empties), *rule);
-    const bool isPipe = S_ISFIFO(kvecomn::statusOf(file).st_mode);
-    return std::make_unique<TelFile>(std::move(file), path, isPipe);
+    // First: without memory for it no file is made or emptied.
+    auto result = std::make_unique<TelFile>(path);
+    OpenFile file = openByRule(path, openAccess(access, rule->empties), *rule);
+    result->isPipe = S_ISFIFO(file.status.st_mode);
+    result->file = std::move(file.descriptor);
+    return result;
 }
 
 /// Whether a file that does not exist is an ordinary answer and nothing to log.

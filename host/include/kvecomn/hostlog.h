@@ -22,6 +22,7 @@ using HostLogHandler =
 /// Replaces the handler of log lines; an empty one restores the default. Calls of the handler come
 /// one at a time, from whichever thread logs; it must not log itself (such a line is dropped), and
 /// what it throws is dropped. When this function returns, the old handler is not called any more.
+/// When memory lacks for the new one, the default takes its place.
 ///
 /// A handler gets every line, detail included, and filters for itself. The default handler writes a
 /// line of time (UTC), level word, module and message to standard error, and passes over detail

@@ -51,6 +51,7 @@ constexpr CallShape kCallShapes[] = {
     {SYS_open, "open", kNone, 0},
     {SYS_creat, "creat", kNone, 0},
     {SYS_openat, "openat", 0, 1},
+    {SYS_openat2, "openat2", 0, 1},
     {SYS_close, "close", 0, kNone},
     {SYS_read, "read", 0, kNone, 2},
     {SYS_pread64, "pread", 0, kNone, 2},

@@ -4,6 +4,7 @@
 #include "kvecomn/telfile.h"
 #include "testsupport.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -13,6 +14,7 @@
 #include <sys/random.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/vfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,8 +23,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
+#include <functional>
 #include <iterator>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <vector>
 
@@ -31,6 +35,8 @@ namespace {
 /// What happens to the calls of this thread; only tests set it.
 struct FaultPlan {
     bool isActive = false;
+    /// Openat2 is refused (EPERM), as filters of system calls do that do not know it.
+    bool isWithoutOpenat2 = false;
     /// The call that fails, counted from 0; -1: none.
     int failing = -1;
     /// errno of the failing call, or SIGKILL's number with `kills`.
@@ -40,6 +46,9 @@ struct FaultPlan {
     std::string name;
     /// Cuts every count of bytes down to this, when not 0.
     std::size_t mostBytes = 0;
+    /// Somebody else's work just before a call of this name.
+    std::string interveningName;
+    std::function<void()> intervention;
     std::vector<std::string> calls;
 };
 
@@ -52,6 +61,11 @@ bool failsNow(const char* name) {
     }
     const int number = static_cast<int>(plan.calls.size());
     plan.calls.emplace_back(name);
+    if (plan.interveningName == name) {
+        plan.isActive = false;
+        plan.intervention();
+        plan.isActive = true;
+    }
     if (number != plan.failing && plan.name != name) {
         return false;
     }
@@ -84,6 +98,27 @@ int openat(int directory, const char* path, int flags, ...) {
     va_end(arguments);
     static auto* const kReal = realFunction<int(int, const char*, int, ...)>("openat64");
     return failsNow("openat") ? -1 : kReal(directory, path, flags, mode);
+}
+
+/// Openat2 has no function in the C library.
+long syscall(long number, ...) noexcept {
+    va_list list;
+    va_start(list, number);
+    long arguments[6];
+    for (long& argument : arguments) {
+        argument = va_arg(list, long);
+    }
+    va_end(list);
+    static auto* const kReal = realFunction<long(long, ...)>("syscall");
+    if (number == SYS_openat2 && plan.isActive && plan.isWithoutOpenat2) {
+        errno = EPERM;
+        return -1;
+    }
+    if (number == SYS_openat2 && failsNow("openat2")) {
+        return -1;
+    }
+    return kReal(number, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4],
+                 arguments[5]);
 }
 
 int fstat(int file, struct stat* status) noexcept {
@@ -199,6 +234,11 @@ int renameat(int fromDirectory, const char* from, int toDirectory, const char* t
     return failsNow("renameat") ? -1 : kReal(fromDirectory, from, toDirectory, to);
 }
 
+ssize_t getdents64(int file, void* buffer, std::size_t size) noexcept {
+    static auto* const kReal = realFunction<ssize_t(int, void*, std::size_t)>("getdents64");
+    return failsNow("getdents64") ? -1 : kReal(file, buffer, size);
+}
+
 int unlinkat(int directory, const char* path, int flags) noexcept {
     static auto* const kReal = realFunction<int(int, const char*, int)>("unlinkat");
     return failsNow("unlinkat") ? -1 : kReal(directory, path, flags);
@@ -244,6 +284,20 @@ std::size_t openDescriptors() {
         count += entry.path().empty() ? 0U : 1U;
     }
     return count;
+}
+
+/// Whether the kernel below these tests knows openat2; emulators may not.
+bool hasOpenat2() {
+    const std::uint64_t how[3] = {O_PATH | O_CLOEXEC, 0, 0};
+    const auto file = static_cast<int>(syscall(SYS_openat2, AT_FDCWD, "/", how, sizeof how));
+    if (file >= 0) {
+        close(file);
+    }
+    return file >= 0;
+}
+
+int countOf(const char* name) {
+    return static_cast<int>(std::count(plan.calls.begin(), plan.calls.end(), name));
 }
 
 FaultPlan failingCall(int number, int error) {
@@ -293,7 +347,9 @@ class CopyFault : public testing::Test {
     const std::string m_new = std::string(200000, 'n') + numberedText(70001);
 };
 
-class CopyFaultError : public CopyFault, public testing::WithParamInterface<int> {};
+/// The error, and whether the kernel follows whole paths.
+class CopyFaultError : public CopyFault,
+                       public testing::WithParamInterface<std::tuple<int, bool>> {};
 
 TEST_P(CopyFaultError, AtEveryCall_TargetIsOldWithOneLineOrNew) {
     const std::size_t descriptors = openDescriptors();
@@ -301,7 +357,9 @@ TEST_P(CopyFaultError, AtEveryCall_TargetIsOldWithOneLineOrNew) {
     int number = 0;
     for (; number < kMostCalls; ++number) {
         restore();
-        const bool isCopied = copyWith(failingCall(number, GetParam()));
+        FaultPlan next = failingCall(number, std::get<int>(GetParam()));
+        next.isWithoutOpenat2 = !std::get<bool>(GetParam());
+        const bool isCopied = copyWith(next);
         const std::string failed = plan.calls.size() > static_cast<std::size_t>(number)
                                        ? plan.calls[static_cast<std::size_t>(number)]
                                        : "";
@@ -320,13 +378,24 @@ TEST_P(CopyFaultError, AtEveryCall_TargetIsOldWithOneLineOrNew) {
     EXPECT_EQ(openDescriptors(), descriptors);
 }
 
-INSTANTIATE_TEST_SUITE_P(Errors, CopyFaultError, testing::Values(EIO, ENOSPC, EDQUOT, EROFS));
+INSTANTIATE_TEST_SUITE_P(Errors, CopyFaultError,
+                         testing::Combine(testing::Values(EIO, ENOSPC, EDQUOT, EROFS),
+                                          testing::Bool()));
 
-TEST_F(CopyFault, InterruptionAtEveryCall_ChangesNothing) {
+class PathFault : public CopyFault, public testing::WithParamInterface<bool> {
+  protected:
+    static FaultPlan planFor(int number, int error) {
+        FaultPlan next = failingCall(number, error);
+        next.isWithoutOpenat2 = !GetParam();
+        return next;
+    }
+};
+
+TEST_P(PathFault, InterruptionAtEveryCall_ChangesNothing) {
     int number = 0;
     for (; number < kMostCalls; ++number) {
         restore();
-        EXPECT_TRUE(copyWith(failingCall(number, EINTR))) << plan.calls[plan.calls.size() - 1];
+        EXPECT_TRUE(copyWith(planFor(number, EINTR))) << plan.calls[plan.calls.size() - 1];
         EXPECT_EQ(readText(m_directory / "target"), m_new);
         EXPECT_THAT(m_log.lines, testing::IsEmpty());
         expectNothingBeside();
@@ -337,6 +406,8 @@ TEST_F(CopyFault, InterruptionAtEveryCall_ChangesNothing) {
     EXPECT_GT(number, 20);
     EXPECT_LT(number, kMostCalls);
 }
+
+INSTANTIATE_TEST_SUITE_P(WithAndWithoutOpenat2, PathFault, testing::Bool());
 
 /// The same with a file that begins with a hole.
 class SparseCopyFault : public CopyFault {
@@ -497,6 +568,119 @@ TEST_F(CopyFault, TemporaryDirectory_IsNotFlushed) {
     EXPECT_LT(positionOf("renameat"), plan.calls.size());
 }
 
+TEST_F(CopyFault, SmallCopy_TakesFewCalls) {
+    // Older kernels follow the paths in three calls for each part.
+    const std::size_t walks = hasOpenat2() ? 0 : 40;
+    std::filesystem::create_directories(m_directory / "a/b/c");
+    writeText(m_directory / "small", numberedText(4096));
+    const auto callsOfCopy = [this] {
+        const ActivePlan active({});
+        EXPECT_TRUE(telCopyFile(m_directory / "small", m_directory / "a/b/c/to"));
+        return plan.calls.size();
+    };
+
+    const std::size_t first = callsOfCopy();
+    const std::size_t over = callsOfCopy();
+
+    EXPECT_LE(first, 19U + walks);
+    EXPECT_LE(over, 18U + walks);
+    EXPECT_EQ(readText(m_directory / "a/b/c/to"), numberedText(4096));
+}
+
+TEST_F(CopyFault, FileThatGrowsMeanwhile_IsCopiedToItsEnd) {
+    for (const std::size_t size : {10U, 5000U, 270001U}) {
+        for (const char* name : {"ioctl", "copy_file_range", "sendfile", "read"}) {
+            restore();
+            writeText(m_directory / "from", numberedText(size));
+            // The later ways are only tried where the earlier ones are missing.
+            FaultPlan next =
+                failingName(name == std::string("sendfile") ? "copy_file_range" : "", EXDEV);
+            next.interveningName = name;
+            next.intervention = [this] {
+                plan.interveningName.clear();
+                std::ofstream(m_directory / "from", std::ios::app) << "more";
+            };
+            EXPECT_TRUE(copyWith(next));
+            EXPECT_EQ(readText(m_directory / "target"), readText(m_directory / "from"))
+                << size << name;
+        }
+    }
+}
+
+TEST_F(SparseCopyFault, FileThatIsMadeShorterMeanwhile_EndsWhereItEnds) {
+    restore();
+    FaultPlan next;
+    next.interveningName = "copy_file_range";
+    next.intervention = [this] {
+        std::filesystem::resize_file(m_directory / "from", kHoleSize + 1000);
+    };
+
+    EXPECT_TRUE(copyWith(next));
+
+    EXPECT_EQ(readText(m_directory / "target"), m_sparse.substr(0, kHoleSize + 1000));
+}
+
+/// What a process does that takes the sibling for left: its maker has just closed it.
+void removeSiblingsIn(const TestDirectory& directory) {
+    for (const std::string& name : directory.names()) {
+        if (name.find(".kvecomn-") == 0) {
+            std::filesystem::remove(directory / name);
+        }
+    }
+}
+
+TEST_F(CopyFault, SiblingTakenForLeftBeforeTheRename_IsMadeAnew) {
+    FaultPlan next;
+    next.interveningName = "renameat";
+    next.intervention = [this] {
+        plan.interveningName.clear();
+        removeSiblingsIn(m_directory);
+    };
+
+    EXPECT_TRUE(copyWith(next));
+
+    EXPECT_EQ(countOf("renameat"), 2);
+    EXPECT_EQ(readText(m_directory / "target"), m_new);
+    EXPECT_EQ(modeOf(m_directory / "target"), 0640U);
+    EXPECT_THAT(m_log.lines, testing::IsEmpty());
+    expectNothingBeside();
+}
+
+TEST_F(CopyFault, SiblingTakenEachTime_FailsAndLeavesTheOldFile) {
+    FaultPlan next;
+    next.interveningName = "renameat";
+    next.intervention = [this] { removeSiblingsIn(m_directory); };
+
+    EXPECT_FALSE(copyWith(next));
+
+    EXPECT_EQ(readText(m_directory / "target"), m_old);
+    EXPECT_THAT(m_log.lines, ElementsAre(HasSubstr("rename: ")));
+    expectNothingBeside();
+}
+
+TEST_F(CopyFault, DirectoryThatMayNotBeRead_IsBroughtToStorageWithItsFileSystem) {
+    const std::string closed = m_directory / "closed";
+    ASSERT_EQ(mkdir(closed.c_str(), 0300), 0);
+    giveAway(closed);
+    chmod(m_directory.path().c_str(), 0711);
+    const pid_t child = fork();
+    if (child == 0) {
+        // Root may read everything.
+        struct stat status {};
+        stat(closed.c_str(), &status);
+        const bool isReady = geteuid() != 0 || setresuid(status.st_uid, status.st_uid, 0) == 0;
+        const ActivePlan active({});
+        const bool isCopied = telCopyFile("/proc/version", closed + "/to");
+        _exit(isReady && isCopied && countOf("syncfs") == 1 && countOf("fsync") == 0 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(readText(closed + "/to"), readText("/proc/version"));
+    chmod(closed.c_str(), 0700);
+}
+
 /// Copies in a process of its own; returns its wait status.
 int copyInChild(const std::string& from, const std::string& to, const FaultPlan& next) {
     const pid_t child = fork();
@@ -509,12 +693,12 @@ int copyInChild(const std::string& from, const std::string& to, const FaultPlan&
     return status;
 }
 
-TEST_F(CopyFault, DeathAtEveryCall_LeavesOldOrNewAndTheNextRunCleansUp) {
+TEST_P(PathFault, DeathAtEveryCall_LeavesOldOrNewAndTheNextRunCleansUp) {
     int deaths = 0;
     bool wasLeftBehind = false;
     for (int number = 0; number < kMostCalls; ++number) {
         restore();
-        FaultPlan next = failingCall(number, 0);
+        FaultPlan next = planFor(number, 0);
         next.kills = true;
         const int status = copyInChild(m_directory / "from", m_directory / "to", next);
         const std::string seen = readText(m_directory / "target");
@@ -546,7 +730,16 @@ class FileFault : public testing::Test {
     LogCapture m_log;
 };
 
-TEST_F(FileFault, OpenWithAnErrorAtEveryCall_IsNullWithOneLineOrWhole) {
+class OpenFault : public FileFault, public testing::WithParamInterface<bool> {
+  protected:
+    static FaultPlan planFor(int number, int error) {
+        FaultPlan next = failingCall(number, error);
+        next.isWithoutOpenat2 = !GetParam();
+        return next;
+    }
+};
+
+TEST_P(OpenFault, ErrorAtEveryCall_IsNullWithOneLineOrWhole) {
     for (const std::uint32_t disposition : {telCreateAlways, telOpenAlways, telOpenExisting}) {
         int failures = 0;
         for (int number = 0;; ++number) {
@@ -554,7 +747,7 @@ TEST_F(FileFault, OpenWithAnErrorAtEveryCall_IsNullWithOneLineOrWhole) {
             writeText(m_directory / "f", "old");
             m_log.lines.clear();
             const std::size_t descriptors = openDescriptors();
-            TelFile* const file = openWith(failingCall(number, EIO), disposition);
+            TelFile* const file = openWith(planFor(number, EIO), disposition);
             const bool isDone = plan.calls.size() <= static_cast<std::size_t>(number);
             failures += file == nullptr ? 1 : 0;
             EXPECT_EQ(m_log.lines.size(), file == nullptr ? 1U : 0U);
@@ -565,14 +758,15 @@ TEST_F(FileFault, OpenWithAnErrorAtEveryCall_IsNullWithOneLineOrWhole) {
                 break;
             }
         }
-        EXPECT_GT(failures, 5);
+        // Where the kernel follows the path there are few calls, and one of them has a substitute.
+        EXPECT_GT(failures, GetParam() ? 0 : 5);
     }
 }
 
-TEST_F(FileFault, OpenInterruptedAtEveryCall_Succeeds) {
+TEST_P(OpenFault, InterruptionAtEveryCall_ChangesNothing) {
     for (int number = 0;; ++number) {
         ASSERT_LT(number, kMostCalls);
-        TelFile* const file = openWith(failingCall(number, EINTR), telCreateAlways);
+        TelFile* const file = openWith(planFor(number, EINTR), telCreateAlways);
         const bool isDone = plan.calls.size() <= static_cast<std::size_t>(number);
         EXPECT_NE(file, nullptr);
         telCloseHandle(file);
@@ -580,6 +774,82 @@ TEST_F(FileFault, OpenInterruptedAtEveryCall_Succeeds) {
             break;
         }
     }
+}
+
+INSTANTIATE_TEST_SUITE_P(WithAndWithoutOpenat2, OpenFault, testing::Bool());
+
+TEST_F(FileFault, ExistingFile_IsOpenedInFewCalls) {
+    writeText(m_directory / "f", "old");
+
+    telCloseHandle(openWith({}, telOpenExisting));
+
+    if (hasOpenat2()) {
+        EXPECT_THAT(plan.calls, ElementsAre("openat2", "fstat"));
+    } else {
+        EXPECT_EQ(countOf("openat2"), 1);
+        EXPECT_EQ(countOf("fstatat"), 3);
+    }
+}
+
+TEST_F(FileFault, KernelWithoutOpenat2_IsAskedOnce) {
+    writeText(m_directory / "f", "old");
+    const pid_t child = fork();
+    if (child == 0) {
+        // What the process learns stays in it.
+        TelFile* const first = openWith(failingName("openat2", ENOSYS), telOpenExisting);
+        const int firstQuestions = countOf("openat2");
+        TelFile* const second = openWith({}, telOpenExisting);
+        const bool isRight = first != nullptr && second != nullptr && firstQuestions == 1 &&
+                             countOf("openat2") == 0 && countOf("openat") > 0;
+        _exit(isRight ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(FileFault, FilterThatRefusesOpenat2_LeavesTheWalk) {
+    writeText(m_directory / "f", "old");
+
+    TelFile* const file = openWith(failingName("openat2", EPERM), telOpenExisting);
+
+    EXPECT_NE(file, nullptr);
+    EXPECT_GT(countOf("openat"), 2);
+    telCloseHandle(file);
+}
+
+TEST_F(FileFault, Fifo_IsOpenedOnce) {
+    ASSERT_EQ(mkfifo((m_directory / "f").c_str(), 0600), 0);
+
+    TelFile* const file = openWith({}, telOpenExisting);
+
+    EXPECT_NE(file, nullptr);
+    if (hasOpenat2()) {
+        // The file and its directory.
+        EXPECT_EQ(countOf("openat2"), 2);
+        EXPECT_EQ(countOf("openat"), 0);
+    }
+    EXPECT_EQ(countOf("fcntl"), 2) << "it may not wait";
+    telCloseHandle(file);
+}
+
+TEST_F(FileFault, FileThatIsReplacedBetweenTwoLooks_IsTheNewOne) {
+    // It is no file that may be used anywhere, so its directory is looked at as well.
+    ASSERT_EQ(mkfifo((m_directory / "f").c_str(), 0600), 0);
+    FaultPlan next;
+    next.interveningName = "fstatat";
+    next.intervention = [this] {
+        std::filesystem::remove(m_directory / "f");
+        writeText(m_directory / "f", "new");
+    };
+
+    TelFile* const file = openWith(next, telOpenExisting);
+
+    char text[4] = {};
+    EXPECT_EQ(telReadFile(file, text, sizeof text), 3U);
+    EXPECT_STREQ(text, "new");
+    telCloseHandle(file);
 }
 
 TEST_F(FileFault, CloseThatLosesData_IsFalseAndAnInterruptedOneIsNot) {
