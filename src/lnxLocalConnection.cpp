@@ -2,18 +2,19 @@
 
 #include "boundary.h"
 #include "saturate.h"
+#include "sinkstatus.h"
+#include "stream.h"
 #include "voinet/INetUtils.h"
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <limits>
 #include <memory>
 #include <new>
 #include <optional>
+#include <utility>
 
 namespace tessaro_com::pkm::voInet {
 
@@ -22,66 +23,59 @@ namespace {
 static_assert(sizeof(off_t) == 8, "compile with _FILE_OFFSET_BITS=64");
 
 /// Bytes per step of a copy; the sink is notified after each.
-constexpr std::size_t kChunkSize = 512;
+constexpr std::size_t kStepSize = 512;
 
-/// Larger than the C library's default, which costs a system call for every eight chunks.
-constexpr std::size_t kStreamBufferSize = 131072;
+/// Bytes that one read and one write of a regular file move, a whole number of steps.
+constexpr std::size_t kBlockSize = 32768;
+static_assert(kBlockSize % kStepSize == 0);
 
 /// Bytes compared at the end of a partial file.
 constexpr off_t kComparedTail = 1024;
 
 constexpr wchar_t kLocalSite[] = L"127.0.0.1";
 
-enum CopyStatus : int {
-    copyStarting = 2,
-    copyInProgress = 3,
-    copyFinished = 4,
-    copyWriteFailed = 11,
-    copyStopped = 15,
-};
+using FileStatus = std::optional<struct stat>;
 
-struct StreamCloser {
-    void operator()(std::FILE* stream) const noexcept { std::fclose(stream); }
-};
-using Stream = std::unique_ptr<std::FILE, StreamCloser>;
-
-std::optional<off_t> sizeOf(const std::string& path) {
+FileStatus statusOf(const std::string& path) {
     struct stat status;
-    if (stat(path.c_str(), &status) != 0) {
-        return std::nullopt;
-    }
-    return status.st_size;
+    return stat(path.c_str(), &status) == 0 ? FileStatus(status) : std::nullopt;
 }
 
-/// Memory for a stream's buffer; without it a stream works with the C library's own.
-class StreamBuffer {
-  public:
-    void giveTo(std::FILE* stream) {
-        if (m_memory != nullptr) {
-            std::setvbuf(stream, m_memory.get(), _IOFBF, kStreamBufferSize);
-        }
-    }
+FileStatus statusOf(std::FILE* stream) {
+    struct stat status;
+    return fstat(fileno(stream), &status) == 0 ? FileStatus(status) : std::nullopt;
+}
 
-  private:
-    std::unique_ptr<char[]> m_memory{new (std::nothrow) char[kStreamBufferSize]};
-};
+/// Whether both names lead to one regular file, through links or not.
+bool areOneFile(const std::string& first, const std::string& second) {
+    const FileStatus one = statusOf(first);
+    if (!one || !S_ISREG(one->st_mode)) {
+        return false;
+    }
+    const FileStatus other = statusOf(second);
+    return other && one->st_dev == other->st_dev && one->st_ino == other->st_ino;
+}
+
+/// Opens a file for a copy, which moves blocks of its own: a buffer would only hold bytes back.
+Stream openUnbuffered(const std::string& path, const char* mode) {
+    Stream stream(std::fopen(path.c_str(), mode));
+    if (stream != nullptr) {
+        std::setvbuf(stream.get(), nullptr, _IONBF, 0);
+    }
+    return stream;
+}
 
 /// The two files of a copy.
 struct CopyStreams {
     /// The target is opened first, so it is there, and empty, also when the source is missing.
     voInetError open(const std::string& targetPath, const std::string& sourcePath,
                      const char* targetMode) {
-        target.reset(std::fopen(targetPath.c_str(), targetMode));
-        source.reset(std::fopen(sourcePath.c_str(), "r"));
+        target = openUnbuffered(targetPath, targetMode);
+        source = openUnbuffered(sourcePath, "r");
         if (source == nullptr) {
             return voInetErrorFileNotFound;
         }
-        if (target == nullptr) {
-            return voInetErrorLocalFileOpen;
-        }
-        targetBuffer.giveTo(target.get());
-        sourceBuffer.giveTo(source.get());
-        return voInetErrorSuccess;
+        return target == nullptr ? voInetErrorLocalFileOpen : voInetErrorSuccess;
     }
 
     bool seek(off_t position) const {
@@ -93,11 +87,6 @@ struct CopyStreams {
         return std::feof(source.get()) == 0 && std::ferror(source.get()) == 0;
     }
 
-    bool closeTarget() { return std::fclose(target.release()) == 0; }
-
-    // In this order: a stream uses its buffer until it is closed.
-    StreamBuffer targetBuffer;
-    StreamBuffer sourceBuffer;
     Stream target;
     Stream source;
 };
@@ -132,6 +121,67 @@ class CopyProgress {
     bool m_goOn = true;
 };
 
+/// One block on its way from the source to the target. What the sink has been told of reaches the
+/// target on every path, also when the sink throws.
+class CopyBlock {
+  public:
+    /// The streams must outlive the block.
+    CopyBlock(const CopyStreams& streams, std::size_t size)
+        : m_streams(streams), m_size(size), m_bytes(new (std::nothrow) char[size]) {}
+    ~CopyBlock() { write(); }
+
+    CopyBlock(const CopyBlock&) = delete;
+    CopyBlock& operator=(const CopyBlock&) = delete;
+
+    bool hasMemory() const { return m_bytes != nullptr; }
+
+    /// Reads the next block and reports its steps until the sink has enough. False when the target
+    /// cannot be written.
+    bool move(CopyProgress& progress) {
+        const std::size_t count = std::fread(m_bytes.get(), 1, m_size, m_streams.source.get());
+        const std::size_t lastStep = startOfLastStep(count);
+        while (m_unwritten < lastStep && progress.goOn()) {
+            take(kStepSize, progress);
+            progress.notify(sinkDownloading);
+        }
+        if (!progress.goOn()) {
+            // A copy that was stopped is a success, whatever becomes of its last bytes.
+            write();
+            return true;
+        }
+        // The last step is reported when all of them are written, so that a full disk shows before
+        // the result.
+        take(count - lastStep, progress);
+        if (!write()) {
+            return false;
+        }
+        progress.notify(sinkDownloading);
+        return true;
+    }
+
+  private:
+    /// The end of the source is met by a step of its own, which may be empty.
+    std::size_t startOfLastStep(std::size_t count) const {
+        return m_streams.sourceHasMore() ? count - kStepSize : count - count % kStepSize;
+    }
+
+    void take(std::size_t bytes, CopyProgress& progress) {
+        m_unwritten += bytes;
+        progress.add(bytes);
+    }
+
+    bool write() {
+        const std::size_t count = std::exchange(m_unwritten, 0);
+        // Nothing is left to write, and there may be no stream to write to, once it is closed.
+        return count == 0 || std::fwrite(m_bytes.get(), 1, count, m_streams.target.get()) == count;
+    }
+
+    const CopyStreams& m_streams;
+    const std::size_t m_size;
+    const std::unique_ptr<char[]> m_bytes;
+    std::size_t m_unwritten = 0;
+};
+
 /// Reads up to `size` bytes at `position`; what cannot be read stays as it is.
 void readAt(std::FILE* stream, off_t position, char* buffer, std::size_t size) {
     if (fseeko(stream, position, SEEK_SET) == 0) {
@@ -139,44 +189,33 @@ void readAt(std::FILE* stream, off_t position, char* buffer, std::size_t size) {
     }
 }
 
-/// Copies one chunk. False when the target cannot be written. At the end of the source what the
-/// stream still holds is written out, so that a full disk shows here and not after the result.
-bool copyChunk(CopyStreams& streams, char* chunk, CopyProgress& progress) {
-    const std::size_t count = std::fread(chunk, 1, kChunkSize, streams.source.get());
-    progress.add(count);
-    return std::fwrite(chunk, 1, count, streams.target.get()) == count &&
-           (streams.sourceHasMore() || std::fflush(streams.target.get()) == 0);
-}
-
 voInetError writeFailed(CopyProgress& progress) {
-    progress.notify(copyWriteFailed);
+    progress.notify(sinkWriteFailed);
     return voInetErrorWriteFailed;
 }
 
-voInetError copyFrom(off_t start, CopyStreams& streams, const std::string& sourcePath,
-                     CopyProgress& progress) {
+voInetError copyFrom(off_t start, CopyStreams& streams, CopyProgress& progress) {
     if (!streams.seek(start)) {
         return voInetErrorFailed;
     }
-    const std::unique_ptr<char[]> chunk(new (std::nothrow) char[kChunkSize]);
-    if (chunk == nullptr) {
+    const FileStatus source = statusOf(streams.source.get());
+    // What another kind of file has to give is passed on at each step.
+    CopyBlock block(streams, source && S_ISREG(source->st_mode) ? kBlockSize : kStepSize);
+    if (!block.hasMemory()) {
         return voInetErrorOutOfMemory;
     }
-    progress.setTotal(sizeOf(sourcePath).value_or(start) - start);
-    progress.notify(copyStarting);
+    progress.setTotal(source ? source->st_size - start : 0);
+    progress.notify(sinkCopyStarting);
     while (streams.sourceHasMore() && progress.goOn()) {
-        if (!copyChunk(streams, chunk.get(), progress)) {
+        if (!block.move(progress)) {
             return writeFailed(progress);
         }
-        progress.notify(copyInProgress);
     }
-    // A copy that was stopped has bytes left to write, and some file systems report a full disk
-    // only now.
-    if (!streams.closeTarget()) {
+    if (!closeWritten(std::move(streams.target)) && progress.goOn()) {
         return writeFailed(progress);
     }
     // A read error of the source ends a copy like its end does; intended.
-    progress.notify(progress.goOn() ? copyFinished : copyStopped);
+    progress.notify(progress.goOn() ? sinkCopyFinished : sinkStopped);
     return voInetErrorSuccess;
 }
 
@@ -205,13 +244,17 @@ voInetError CLocalConnection::DownloadFile(const std::wstring& localFile,
             resume = isResumable(target, source, offset);
         }
 
+        // Opening the target empties it.
+        if (areOneFile(target, source)) {
+            return voInetErrorInvalidArgument;
+        }
         CopyStreams streams;
         const voInetError opened = streams.open(target, source, resume ? "a" : "w");
         if (opened != voInetErrorSuccess) {
             return opened;
         }
         CopyProgress progress(sink, m_strSite, remoteFile);
-        return copyFrom(static_cast<off_t>(offset), streams, source, progress);
+        return copyFrom(static_cast<off_t>(offset), streams, progress);
     });
 }
 
@@ -237,17 +280,21 @@ voInetError CLocalConnection::LogOut() {
 }
 
 bool getFileSize(const std::string& path, unsigned long& size) {
-    const auto bytes = sizeOf(path);
-    if (bytes) {
-        size = saturate<unsigned long>(*bytes);
+    const FileStatus status = statusOf(path);
+    if (status) {
+        size = saturate<unsigned long>(status->st_size);
     }
-    return bytes.has_value();
+    return status.has_value();
 }
 
 bool isResumable(const std::string& target, const std::string& source, unsigned long& offset) {
-    const auto targetSize = sizeOf(target);
-    const auto sourceSize = sizeOf(source);
-    if (!targetSize || !sourceSize || *targetSize > *sourceSize || *targetSize < kComparedTail) {
+    const FileStatus targetStatus = statusOf(target);
+    const FileStatus sourceStatus = statusOf(source);
+    if (!targetStatus || !sourceStatus) {
+        return false;
+    }
+    const off_t size = targetStatus->st_size;
+    if (size > sourceStatus->st_size || size < kComparedTail) {
         return false;
     }
     // Both are the target, on purpose: its tail is compared with itself, so every target that can
@@ -259,12 +306,12 @@ bool isResumable(const std::string& target, const std::string& source, unsigned 
     }
     std::array<char, kComparedTail> firstTail{};
     std::array<char, kComparedTail> secondTail{};
-    readAt(first.get(), *targetSize - kComparedTail, firstTail.data(), firstTail.size());
-    readAt(second.get(), *targetSize - kComparedTail, secondTail.data(), secondTail.size());
+    readAt(first.get(), size - kComparedTail, firstTail.data(), firstTail.size());
+    readAt(second.get(), size - kComparedTail, secondTail.data(), secondTail.size());
     if (firstTail != secondTail) {
         return false;
     }
-    offset = saturate<unsigned long>(*targetSize);
+    offset = saturate<unsigned long>(size);
     return true;
 }
 

@@ -23,11 +23,15 @@ class VOINET_API CLocalConnection : public TransferItf {
     /// @param resume        set to false: a copy always starts from the beginning.
     /// @param useCache      not used.
     ///
-    /// @return voInetErrorSuccess also for a copy that the sink stopped and for one that a read
-    ///         error of the source ended: compare the sizes. voInetErrorFileNotFound when the
-    ///         source cannot be opened (the target is then left empty, since it is opened first),
-    ///         voInetErrorLocalFileOpen when the target cannot, voInetErrorWriteFailed,
-    ///         voInetErrorOutOfMemory. A failed copy leaves what was written.
+    /// @return voInetErrorSuccess also for a copy that the sink stopped, even when its last bytes
+    ///         could not be written, and for one that a read error of the source ended: compare the
+    ///         sizes. voInetErrorInvalidArgument when the target is the source, the same regular
+    ///         file by whatever names and links: nothing is opened or changed then.
+    ///         voInetErrorFileNotFound when the source cannot be opened (the target is then left
+    ///         empty, since it is opened first), voInetErrorLocalFileOpen when the target cannot,
+    ///         voInetErrorFailed when one of them cannot be positioned (a FIFO) or the sink threw,
+    ///         voInetErrorWriteFailed, voInetErrorOutOfMemory. A failed copy leaves what was
+    ///         written.
     voInetError DownloadFile(const std::wstring& localFile, const std::wstring& remoteFile,
                              CNetSessionSink* sink, long* resumeOffset, bool& resume,
                              const bool& useCache) override;

@@ -7,13 +7,22 @@
 #include "support/recordingsink.h"
 #include "support/temporaryfiles.h"
 
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace tessaro_com::pkm::voInet;
@@ -24,6 +33,11 @@ using testing::IsEmpty;
 namespace {
 
 constexpr std::size_t kChunk = 512;
+/// What is read and written at once.
+constexpr std::size_t kBlock = 64 * kChunk;
+
+/// The error with which the next stream is closed; 0: none.
+int g_closeError = 0;
 
 /// A repository directory, a target beside it, and a connection between the two.
 class LocalConnection : public testing::Test {
@@ -43,6 +57,15 @@ class LocalConnection : public testing::Test {
     ScratchDirectory scratch;
     CLocalConnection connection;
     RecordingSink sink;
+    /// The source with this name, then the target, must be what they were, and nobody notified.
+    void expectRefused(const std::wstring& source) {
+        resume = true;
+        EXPECT_EQ(download(source), voInetErrorInvalidArgument);
+        EXPECT_FALSE(resume);
+        EXPECT_THAT(sink.reports, IsEmpty());
+        EXPECT_EQ(scratch.read("repository/source"), "content");
+    }
+
     bool resume = false;
     std::wstring target = scratch.wideFile("target");
 };
@@ -60,7 +83,25 @@ std::vector<Progress> reportsOfACopy(std::size_t size) {
     return reports;
 }
 
+/// Bytes copied when the sink gets report number `stop`, counted from 1.
+std::size_t copiedAt(std::size_t stop, std::size_t size) {
+    return std::min(size, (stop - 1) * kChunk);
+}
+
 }  // namespace
+
+/// Takes the place of the C library's for the whole program: closes a stream, and tells the error
+/// that a test has chosen.
+extern "C" int fclose(std::FILE* stream) {
+    using Close = int (*)(std::FILE*);
+    static const auto kClose = reinterpret_cast<Close>(::dlsym(RTLD_NEXT, "fclose"));
+    const int result = kClose(stream);
+    if (g_closeError == 0) {
+        return result;
+    }
+    errno = std::exchange(g_closeError, 0);
+    return EOF;
+}
 
 TEST_F(LocalConnection, EmptySource_GivesOneReportOfEachKindAndAnEmptyTarget) {
     putSource("");
@@ -70,7 +111,10 @@ TEST_F(LocalConnection, EmptySource_GivesOneReportOfEachKindAndAnEmptyTarget) {
 }
 
 TEST_F(LocalConnection, SourcesOfAllSizesAroundTheChunk_AreCopiedAndReported) {
-    for (const std::size_t size : {1U, 2U, 511U, 512U, 513U, 1023U, 1024U, 1025U, 5000U}) {
+    for (const std::size_t size :
+         {std::size_t{1}, std::size_t{2}, kChunk - 1, kChunk, kChunk + 1, 2 * kChunk - 1,
+          2 * kChunk, 2 * kChunk + 1, std::size_t{5000}, kBlock - kChunk, kBlock - 1, kBlock,
+          kBlock + 1, kBlock + kChunk, 3 * kBlock - 1, 3 * kBlock, 3 * kBlock + 1}) {
         putSource(positionDependentBytes(size));
         sink.reports.clear();
         EXPECT_EQ(download(), voInetErrorSuccess);
@@ -122,17 +166,140 @@ TEST_F(LocalConnection, SinkThatStopsAtTheLastChunk_IsReportedAsStopped) {
     EXPECT_EQ(scratch.read("target"), "content");
 }
 
-TEST_F(LocalConnection, SinkThatThrows_DoesNotReachTheCaller) {
+TEST_F(LocalConnection, SinkThatStopsAnywhere_LeavesExactlyWhatItWasToldOf) {
+    const std::size_t size = 2 * kBlock + kChunk + 7;
+    const std::string content = positionDependentBytes(size);
+    putSource(content);
+    for (const std::size_t stop : {2U, 3U, 63U, 64U, 65U, 66U, 67U, 128U, 129U, 130U, 131U}) {
+        sink.reports.clear();
+        sink.stopAt(stop);
+        EXPECT_EQ(download(), voInetErrorSuccess);
+        EXPECT_EQ(scratch.read("target"), content.substr(0, copiedAt(stop, size))) << stop;
+        EXPECT_EQ(sink.reports.size(), stop + 1);
+        EXPECT_EQ(sink.reports.back(),
+                  (Progress{copiedAt(stop, size), static_cast<long>(size), 15}));
+    }
+}
+
+TEST_F(LocalConnection, TargetOfAStoppedCopy_IsCompleteWhenTheStopIsReported) {
     putSource(positionDependentBytes(5000));
-    for (const std::size_t call : {1U, 2U, 12U}) {
+    std::string seen;
+    sink.stopAt(3).then([&](const Progress& progress) {
+        if (progress.status == 15) {
+            seen = scratch.read("target");
+        }
+    });
+    download();
+    EXPECT_EQ(seen, positionDependentBytes(2 * kChunk));
+}
+
+TEST_F(LocalConnection, SinkThatThrows_EndsTheCopyWithWhatItWasToldOf) {
+    const std::size_t size = kBlock + 5000;
+    putSource(positionDependentBytes(size));
+    for (const std::size_t call : {1U, 2U, 12U, 64U, 65U, 66U, 70U}) {
         sink.reports.clear();
         sink.then([&](const Progress&) {
             if (sink.reports.size() == call) {
                 throw std::runtime_error("sink");
             }
         });
-        EXPECT_NO_THROW(download()) << "thrown at call " << call;
+        EXPECT_EQ(download(), voInetErrorFailed) << "thrown at call " << call;
+        EXPECT_EQ(scratch.read("target"), positionDependentBytes(copiedAt(call, size))) << call;
     }
+}
+
+TEST_F(LocalConnection, SinkThatThrowsForLackOfMemory_EndsTheCopyAsOutOfMemory) {
+    putSource("content");
+    sink.then([](const Progress&) { throw std::bad_alloc(); });
+    EXPECT_EQ(download(), voInetErrorOutOfMemory);
+}
+
+TEST_F(LocalConnection, NoSink_CopiesEverything) {
+    putSource(positionDependentBytes(kBlock + 700));
+    EXPECT_EQ(connection.DownloadFile(target, L"source", nullptr, nullptr, resume, true),
+              voInetErrorSuccess);
+    EXPECT_EQ(scratch.read("target"), positionDependentBytes(kBlock + 700));
+}
+
+TEST_F(LocalConnection, SourceAsItsOwnTarget_IsRefusedAndStaysAsItWas) {
+    putSource("content");
+    target = scratch.wideFile("repository/source");
+    expectRefused(L"source");
+    target = scratch.wideFile("repository/../repository//source");
+    expectRefused(L"source");
+}
+
+TEST_F(LocalConnection, EmptySourceAsItsOwnTarget_IsRefusedToo) {
+    putSource("");
+    target = scratch.wideFile("repository/source");
+    EXPECT_EQ(download(), voInetErrorInvalidArgument);
+    EXPECT_THAT(sink.reports, IsEmpty());
+}
+
+TEST_F(LocalConnection, LinksToTheSourceAsTarget_AreRefused) {
+    putSource("content");
+    std::filesystem::create_symlink(scratch.file("repository/source"), scratch.file("symbolic"));
+    std::filesystem::create_hard_link(scratch.file("repository/source"), scratch.file("hard"));
+    for (const char* const name : {"symbolic", "hard"}) {
+        target = scratch.wideFile(name);
+        expectRefused(L"source");
+    }
+}
+
+TEST_F(LocalConnection, TargetAsALinkInTheRepository_IsRefused) {
+    putSource("content");
+    std::filesystem::create_symlink("source", scratch.file("repository/link"));
+    target = scratch.wideFile("repository/source");
+    expectRefused(L"link");
+}
+
+TEST_F(LocalConnection, AnotherFileWithTheSameContent_IsCopiedToThroughALink) {
+    putSource("content");
+    scratch.write("other", "content");
+    std::filesystem::create_symlink(scratch.file("other"), scratch.file("target"));
+    EXPECT_EQ(download(), voInetErrorSuccess);
+    EXPECT_EQ(sink.reports.back(), (Progress{7, 7, 4}));
+    EXPECT_TRUE(std::filesystem::is_symlink(scratch.file("target")));
+}
+
+TEST_F(LocalConnection, DeviceAsItsOwnTarget_IsCopiedLikeAnyOther) {
+    connection.SetOption(voInetOptionRelativePath, std::wstring(L"/dev"));
+    target = L"/dev/null";
+    EXPECT_EQ(download(L"null"), voInetErrorSuccess);
+    EXPECT_THAT(sink.reports, ElementsAre(Progress{0, 0, 2}, Progress{0, 0, 3}, Progress{0, 0, 4}));
+}
+
+TEST_F(LocalConnection, DeviceAsSource_IsPassedOnAtEachStep) {
+    connection.SetOption(voInetOptionRelativePath, std::wstring(L"/dev"));
+    sink.stopAt(100).then([&](const Progress& progress) {
+        EXPECT_EQ(std::filesystem::file_size(scratch.file("target")), progress.done);
+    });
+    EXPECT_EQ(download(L"zero"), voInetErrorSuccess);
+    EXPECT_EQ(sink.reports.back(), (Progress{99 * kChunk, 0, 15}));
+    EXPECT_EQ(scratch.read("target"), std::string(99 * kChunk, '\0'));
+}
+
+TEST_F(LocalConnection, PipeAsSource_CannotBePositionedAndFails) {
+    const std::string pipe = scratch.file("repository/source");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const int otherEnd = ::open(pipe.c_str(), O_RDWR);
+    EXPECT_EQ(download(), voInetErrorFailed);
+    ::close(otherEnd);
+    EXPECT_THAT(sink.reports, IsEmpty());
+    EXPECT_EQ(scratch.read("target"), "");
+}
+
+TEST_F(LocalConnection, SourceThatGrowsMeanwhile_IsCopiedToItsEndWithTheFirstTotal) {
+    putSource(positionDependentBytes(kBlock));
+    sink.then([&](const Progress& progress) {
+        if (progress.status == 2) {
+            std::ofstream(scratch.file("repository/source"), std::ios::app)
+                << positionDependentBytes(kBlock, kBlock);
+        }
+    });
+    EXPECT_EQ(download(), voInetErrorSuccess);
+    EXPECT_EQ(sink.reports.back(), (Progress{2 * kBlock, static_cast<long>(kBlock), 4}));
+    EXPECT_EQ(scratch.read("target"), positionDependentBytes(2 * kBlock));
 }
 
 TEST_F(LocalConnection, ResumeFlagSet_ComesBackClearedAndTheTargetIsWrittenAnew) {
@@ -210,12 +377,46 @@ TEST_F(LocalConnection, FullDevice_ReportsTheWriteErrorAndFails) {
     EXPECT_THAT(sink.reports, ElementsAre(Progress{0, 10, 2}, Progress{10, 10, 11}));
 }
 
-TEST_F(LocalConnection, StoppedCopyOnAFullDevice_IsAWriteErrorToo) {
+TEST_F(LocalConnection, StoppedCopyOnAFullDevice_IsReportedAsStoppedWithSuccess) {
     putSource(positionDependentBytes(5000));
     target = L"/dev/full";
     sink.stopAt(2);
-    EXPECT_EQ(download(), voInetErrorWriteFailed);
-    EXPECT_EQ(sink.reports.back(), (Progress{512, 5000, 11}));
+    EXPECT_EQ(download(), voInetErrorSuccess);
+    EXPECT_THAT(sink.reports,
+                ElementsAre(Progress{0, 5000, 2}, Progress{512, 5000, 3}, Progress{512, 5000, 15}));
+}
+
+TEST_F(LocalConnection, StoppedCopyWhoseCloseFails_IsReportedAsStoppedWithSuccess) {
+    putSource(positionDependentBytes(5000));
+    sink.stopAt(2).then([](const Progress& progress) {
+        if (progress.status != 15) {
+            g_closeError = ENOSPC;
+            return;
+        }
+        EXPECT_EQ(g_closeError, 0) << "the target was not closed before the last report";
+    });
+    EXPECT_EQ(download(), voInetErrorSuccess);
+    EXPECT_EQ(sink.reports.back(), (Progress{512, 5000, 15}));
+}
+
+TEST_F(LocalConnection, WholeCopyWhoseCloseFails_IsAWriteError) {
+    putSource(positionDependentBytes(5000));
+    for (const int error : {ENOSPC, EDQUOT, EIO}) {
+        sink.reports.clear();
+        sink.then(
+            [&](const Progress& progress) { g_closeError = progress.status == 11 ? 0 : error; });
+        EXPECT_EQ(download(), voInetErrorWriteFailed);
+        EXPECT_EQ(sink.reports.size(), reportsOfACopy(5000).size());
+        EXPECT_EQ(sink.reports.back(), (Progress{5000, 5000, 11}));
+    }
+}
+
+TEST_F(LocalConnection, WholeCopyWhoseCloseIsInterrupted_LosesNothingAndSucceeds) {
+    putSource("content");
+    sink.then([](const Progress& progress) { g_closeError = progress.status == 4 ? 0 : EINTR; });
+    EXPECT_EQ(download(), voInetErrorSuccess);
+    EXPECT_EQ(sink.reports, reportsOfACopy(7));
+    EXPECT_EQ(scratch.read("target"), "content");
 }
 
 TEST_F(LocalConnection, FullDeviceAndALongSource_FailsToo) {
@@ -234,6 +435,19 @@ TEST_F(LocalConnection, DiskThatFillsUp_LeavesWhatWasWritten) {
     }
     EXPECT_EQ(sink.reports.back().status, 11);
     EXPECT_EQ(scratch.read("target"), positionDependentBytes(200000));
+}
+
+TEST_F(LocalConnection, DiskThatFillsUpAtTheLastByte_FailsBeforeTheLastStepIsReported) {
+    putSource(positionDependentBytes(kBlock + 1));
+    {
+        const FileSizeLimit limit(kBlock);
+        EXPECT_EQ(download(), voInetErrorWriteFailed);
+    }
+    auto expected = reportsOfACopy(kBlock + 1);
+    expected.pop_back();
+    expected.back().status = 11;
+    EXPECT_EQ(sink.reports, expected);
+    EXPECT_EQ(scratch.read("target"), positionDependentBytes(kBlock));
 }
 
 TEST_F(LocalConnection, SourcePath_IsPlainConcatenationWithoutConversions) {

@@ -4,6 +4,7 @@
 #include "support/wiretest.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -195,6 +196,47 @@ TEST_F(LocalCopy, FullTargetInTheMiddle_IsAWriteErrorAndLeavesWhatWasWritten) {
 
     EXPECT_EQ(sink().statuses().back(), kWriteFailed);
     expectLocalFile(content.substr(0, 100'000));
+}
+
+TEST_F(LocalCopy, FullTargetOfAStoppedCopy_IsReportedAsStopped) {
+    makeSource(makeBody(100'000));
+    sink().stopAt(1000);
+
+    EXPECT_EQ(copyTo("/dev/full"), voInetErrorSuccess);
+
+    EXPECT_THAT(sink().statuses(), ElementsAre(kStarts, kCopying, kCopying, kStopped));
+}
+
+TEST_F(LocalCopy, SourceAsItsOwnTarget_IsRefusedAndStaysAsItWas) {
+    const std::string content = makeBody(70'000);
+    const std::string source = makeSource(content);
+
+    EXPECT_EQ(copyTo(source), voInetErrorInvalidArgument);
+
+    EXPECT_THAT(sink().notifications(), IsEmpty());
+    EXPECT_EQ(readFile(source), content);
+}
+
+TEST_F(LocalCopy, HardLinkToTheSourceAsTarget_IsRefusedAndStaysAsItWas) {
+    const std::string content = makeBody(70'000);
+    ASSERT_EQ(::link(makeSource(content).c_str(), localFile().c_str()), 0);
+
+    EXPECT_EQ(download().result, voInetErrorInvalidArgument);
+
+    EXPECT_THAT(sink().notifications(), IsEmpty());
+    expectLocalFile(content);
+}
+
+TEST_F(LocalCopy, NullDeviceAsItsOwnTarget_IsCopied) {
+    TransferSettings settings;
+    settings.relativePath = L"/dev";
+    applySettings(transfer(), settings);
+    bool resume = false;
+
+    EXPECT_EQ(transfer().DownloadFile(L"/dev/null", L"null", &sink(), nullptr, resume, true),
+              voInetErrorSuccess);
+
+    EXPECT_THAT(sink().statuses(), ElementsAre(kStarts, kCopying, kComplete));
 }
 
 TEST_F(LocalCopy, StoppedBySink_KeepsWhatWasCopiedAndSucceeds) {
