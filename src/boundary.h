@@ -4,6 +4,7 @@
 #include "voinet/voineterror.h"
 
 #include <new>
+#include <type_traits>
 
 namespace tessaro_com::pkm::voInet {
 
@@ -17,6 +18,18 @@ voInetError withoutExceptions(Operation operation) noexcept {
         return voInetErrorOutOfMemory;
     } catch (...) {
         return voInetErrorFailed;
+    }
+}
+
+/// The same for an operation that answers a flag or a number: `fallback` is what it answers when it
+/// could not be carried out.
+template <class Answer, class Operation>
+Answer withoutExceptionsOr(Answer fallback, Operation operation) noexcept {
+    static_assert(std::is_arithmetic_v<Answer>);
+    try {
+        return operation();
+    } catch (...) {
+        return fallback;
     }
 }
 
