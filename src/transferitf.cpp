@@ -113,8 +113,6 @@ bool split_host_and_port(const std::wstring& value, std::wstring& host, int& por
     host = rest.substr(0, colon);
     std::wistringstream portText(rest.substr(colon + 1));
     portText.imbue(std::locale::classic());
-    // Without this a stream that finds no memory reads a 0 and says nothing.
-    portText.exceptions(std::ios_base::badbit);
     int number = 0;  // what an empty text or one that is no number leaves
     portText >> number;
     port = number;

@@ -1,6 +1,7 @@
 #include "support/failingmemory.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
@@ -21,16 +22,19 @@ namespace tessaro_com::pkm::voInet::torture {
 
 namespace {
 
-/// The blocks that one operation holds: a hash table that needs no memory of its own.
+/// The blocks that one operation holds: a hash table that needs no memory of its own. Any thread
+/// may give a block back.
 class Blocks {
   public:
     void clear() {
+        const Lock lock(m_isBusy);
         m_slots.fill(nullptr);
         m_count = 0;
         m_used = 0;
     }
 
     void insert(void* block) {
+        const Lock lock(m_isBusy);
         if (m_used >= kSlots / 2) {
             std::abort();  // too small for the operation
         }
@@ -45,6 +49,7 @@ class Blocks {
 
     /// False when it is not there.
     bool erase(const void* block) {
+        const Lock lock(m_isBusy);
         for (std::size_t slot = hashOf(block); m_slots[slot] != nullptr;
              slot = (slot + 1) % kSlots) {
             if (m_slots[slot] == block) {
@@ -59,6 +64,21 @@ class Blocks {
     std::size_t count() const { return m_count; }
 
   private:
+    class Lock {
+      public:
+        explicit Lock(std::atomic_flag& isBusy) : m_isBusy(isBusy) {
+            while (m_isBusy.test_and_set(std::memory_order_acquire)) {
+            }
+        }
+        ~Lock() { m_isBusy.clear(std::memory_order_release); }
+
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+
+      private:
+        std::atomic_flag& m_isBusy;
+    };
+
     static constexpr std::size_t kSlots = std::size_t{1} << 15;
     /// Where a block has been; no block has this address.
     static inline char tombstoneByte = 0;
@@ -68,23 +88,19 @@ class Blocks {
         return (reinterpret_cast<std::uintptr_t>(block) / 16 * 2654435761U) % kSlots;
     }
 
+    std::atomic_flag m_isBusy = ATOMIC_FLAG_INIT;
     std::array<void*, kSlots> m_slots{};
-    std::size_t m_count = 0;
+    std::atomic<std::size_t> m_count = 0;
     std::size_t m_used = 0;
 };
 
-/// What the thread does at the moment.
-enum class Watch {
-    off,
-    /// Allocations are counted, noted and failed; what is given back is noted.
-    operation,
-    /// What is given back is noted.
-    aftermath,
-};
+/// The thread runs an operation: its allocations are counted, noted and failed.
+thread_local bool runsOperation = false;
 
-thread_local Watch watch = Watch::off;
+/// What is given back is noted.
+std::atomic<bool> isWatching{false};
 
-// Of the only thread that watches.
+// Of the only thread that runs operations.
 Blocks blocks;
 Ordeal ordeal;
 Shortage currentShortage;
@@ -92,7 +108,7 @@ std::size_t firstFailure;
 
 /// Whether the allocation that is being asked for fails.
 bool fails() {
-    if (watch != Watch::operation) {
+    if (!runsOperation) {
         return false;
     }
     ++ordeal.allocations;
@@ -107,20 +123,20 @@ bool fails() {
 }
 
 void* taken(void* memory) {
-    if (watch == Watch::operation && memory != nullptr) {
+    if (runsOperation && memory != nullptr) {
         blocks.insert(memory);
     }
     return memory;
 }
 
 void givenBack(void* memory) {
-    if (watch != Watch::off && memory != nullptr) {
+    if (isWatching && memory != nullptr) {
         blocks.erase(memory);
     }
 }
 
 void* resized(void* memory, std::size_t size) {
-    const bool isNoted = watch != Watch::off && memory != nullptr && blocks.erase(memory);
+    const bool isNoted = isWatching && memory != nullptr && blocks.erase(memory);
     void* const moved = __libc_realloc(memory, size);
     if (moved == nullptr && size != 0) {
         if (isNoted) {
@@ -129,7 +145,7 @@ void* resized(void* memory, std::size_t size) {
         return nullptr;
     }
     // A block from before the operation stays one, whatever its size.
-    if (moved != nullptr && (isNoted || (memory == nullptr && watch == Watch::operation))) {
+    if (moved != nullptr && (isNoted || (memory == nullptr && runsOperation))) {
         blocks.insert(moved);
     }
     return moved;
@@ -142,18 +158,19 @@ Ordeal runShort(Shortage shortage, std::size_t first, const std::function<void()
     ordeal = Ordeal();
     currentShortage = shortage;
     firstFailure = first;
-    watch = Watch::operation;
+    isWatching = true;
+    runsOperation = true;
     try {
         operation();
     } catch (...) {
         ordeal.threw = true;
     }
-    watch = Watch::aftermath;
+    runsOperation = false;
     return ordeal;
 }
 
 std::size_t blocksLeft() {
-    watch = Watch::off;
+    isWatching = false;
     return blocks.count();
 }
 

@@ -31,8 +31,8 @@ struct Ordeal {
 /// thread asks for counts. Notes the blocks that the operation takes; see blocksLeft().
 Ordeal runShort(Shortage shortage, std::size_t first, const std::function<void()>& operation);
 
-/// How many blocks that the operation took have not been given back by this thread so far. Call it
-/// when all objects are gone; the blocks are forgotten.
+/// How many blocks that the operation took have not been given back so far. Call it when all
+/// objects are gone; the blocks are forgotten.
 std::size_t blocksLeft();
 
 }  // namespace tessaro_com::pkm::voInet::torture

@@ -6,6 +6,8 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace tessaro_com::pkm::voInet::torture {
 
@@ -32,10 +34,13 @@ using MakeScene = std::function<std::unique_ptr<Scene>()>;
 enum class Exceptions { areForbidden, areAllowed };
 
 /// Runs an operation again and again: first undisturbed, then with its first allocation failing,
-/// then with its second, and so on until it runs through without a failure, both once and for good.
+/// then with its second, and so on until it runs through without a failure, in each of the ways.
 /// After each, no exception may have come out, nothing may be left behind (memory, descriptors,
 /// temporary files), and what the scene checks must hold.
-void survivesEveryShortage(const MakeScene& make, Exceptions exceptions = Exceptions::areForbidden);
+void survivesEveryShortage(const MakeScene& make,
+                           const std::vector<Shortage>& shortages = {Shortage::once,
+                                                                     Shortage::forGood},
+                           Exceptions exceptions = Exceptions::areForbidden);
 
 /// A scene of nothing but an operation that answers something and a check of the answer.
 template <class Operation, class Check>
