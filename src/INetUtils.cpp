@@ -1,5 +1,6 @@
 #include "voinet/INetUtils.h"
 
+#include "boundary.h"
 #include "directories.h"
 #include "kvecomn/telmcomn.h"
 
@@ -132,7 +133,8 @@ bool MakeLocalRecursiveDirectory(const char* path) {
     }
     // True when the last directory could not be made, on purpose; CallbackManager::MakeRecursiveDir
     // answers the other way round.
-    return makeDirectoriesOf(path) == LastDirectory::failed;
+    return withoutExceptionsOr(false,
+                               [path] { return makeDirectoriesOf(path) == LastDirectory::failed; });
 }
 
 bool ConvertMSPathtoUnixPath(char* path) {

@@ -22,7 +22,8 @@ voInetError withoutExceptions(Operation operation) noexcept {
     }
 }
 
-/// An operation that answers a flag or a number; `fallback` stands for an exception.
+/// The same for an operation that answers a flag or a number: `fallback` is what it answers when it
+/// could not be carried out.
 template <class Answer, class Operation>
 Answer withoutExceptionsOr(Answer fallback, Operation operation) noexcept {
     try {

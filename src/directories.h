@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <string>
+#include <utility>
 
 namespace tessaro_com::pkm::voInet {
 
@@ -13,13 +14,18 @@ enum class LastDirectory { none, made, failed };
 /// Makes the directory in front of every "/" of `path` whose index is greater than 3, so short top
 /// directories such as "/tmp" without its slash are taken for granted. A directory that exists
 /// already counts as failed.
-inline LastDirectory makeDirectoriesOf(const std::string& path) {
+///
+/// `path` is the only memory that it takes: once it runs, it does not stop half way for want of it.
+inline LastDirectory makeDirectoriesOf(std::string path) {
     constexpr std::size_t kFirstSlash = 4;
     LastDirectory last = LastDirectory::none;
     for (auto slash = path.find('/', kFirstSlash); slash != std::string::npos;
          slash = path.find('/', slash + 1)) {
-        const std::string directory = path.substr(0, slash + 1);
-        last = mkdir(directory.c_str(), S_IRWXU) == 0 ? LastDirectory::made : LastDirectory::failed;
+        // The end of the text moves along; writing it where it stands already does no harm.
+        char& end = path[slash + 1];
+        const char next = std::exchange(end, '\0');
+        last = mkdir(path.c_str(), S_IRWXU) == 0 ? LastDirectory::made : LastDirectory::failed;
+        end = next;
     }
     return last;
 }

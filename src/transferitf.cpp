@@ -10,6 +10,7 @@
 #include <iterator>
 #include <sstream>
 #include <utility>
+#include <vector>
 
 namespace tessaro_com::pkm::voInet {
 
@@ -186,54 +187,103 @@ constexpr CredentialMembers kAlternateCredentials = {
     &TransferItf::m_bAltUseProxyAuthentication,
 };
 
-void setUnlessEmpty(TransferItf& settings, WideText wide, Utf8Text twin,
-                    const std::wstring& value) {
-    if (!value.empty()) {
-        setText(settings, wide, twin, value);
-    }
-}
+/// New texts with their twins, made aside, so that the settings take over all of them or none.
+class NewTexts {
+  public:
+    explicit NewTexts(TransferItf& settings) : m_settings(settings) {}
 
-void applyCredentials(TransferItf& settings, const CProxyParams& proxy,
-                      const CredentialFields& from, const CredentialMembers& to) {
-    setUnlessEmpty(settings, to.user, to.userTwin, proxy.*from.user);
-    setUnlessEmpty(settings, to.password, to.passwordTwin, proxy.*from.password);
-    // The stored members are joined, so what an earlier record brought lives on; intended.
-    if (!(settings.*to.user).empty() && !(settings.*to.password).empty()) {
-        setText(settings, to.joined, to.joinedTwin,
-                settings.*to.user + L":" + settings.*to.password);
-        settings.*to.complete = true;
+    void set(WideText wide, Utf8Text twin, const std::wstring& value) {
+        m_rows.push_back({wide, twin, value, unicode_to_utf8(value)});
     }
+
+    void setUnlessEmpty(WideText wide, Utf8Text twin, const std::wstring& value) {
+        if (!value.empty()) {
+            set(wide, twin, value);
+        }
+    }
+
+    /// What the settings are going to hold.
+    const std::wstring& at(WideText wide) const {
+        const auto row = std::find_if(m_rows.begin(), m_rows.end(),
+                                      [wide](const Row& each) { return each.wide == wide; });
+        return row == m_rows.end() ? m_settings.*wide : row->value;
+    }
+
+    void takeOver() noexcept {
+        for (Row& row : m_rows) {
+            (m_settings.*row.wide).swap(row.value);
+            (m_settings.*row.twin).swap(row.utf8);
+        }
+        m_rows.clear();
+    }
+
+  private:
+    struct Row {
+        WideText wide;
+        Utf8Text twin;
+        std::wstring value;
+        std::string utf8;
+    };
+
+    TransferItf& m_settings;
+    std::vector<Row> m_rows;
+};
+
+/// True when user name and password are complete.
+bool addCredentials(NewTexts& texts, const CProxyParams& proxy, const CredentialFields& from,
+                    const CredentialMembers& to) {
+    texts.setUnlessEmpty(to.user, to.userTwin, proxy.*from.user);
+    texts.setUnlessEmpty(to.password, to.passwordTwin, proxy.*from.password);
+    // The stored members are joined, so what an earlier record brought lives on; intended.
+    const bool isComplete = !texts.at(to.user).empty() && !texts.at(to.password).empty();
+    if (isComplete) {
+        texts.set(to.joined, to.joinedTwin, texts.at(to.user) + L":" + texts.at(to.password));
+    }
+    return isComplete;
 }
 
 void applyProxy(TransferItf& settings, const CProxyParams& proxy) {
-    setText(settings, &TransferItf::m_strProxy, &TransferItf::m_strProxy_utf8_rep,
-            proxy.m_strProxyHost);
+    NewTexts texts(settings);
+    texts.set(&TransferItf::m_strProxy, &TransferItf::m_strProxy_utf8_rep, proxy.m_strProxyHost);
+    texts.setUnlessEmpty(&TransferItf::m_strExclusionList,
+                         &TransferItf::m_strExclusionList_utf8_rep, proxy.m_strExclusionList);
+    texts.setUnlessEmpty(&TransferItf::m_strRangeList, &TransferItf::m_strRangeList_utf8_rep,
+                         proxy.m_strRangeList);
+    const ProxyFields* fields = proxyFieldsOf(settings.m_protocol);
+    const bool isFirstComplete = fields != nullptr && proxy.*fields->first.inUse &&
+                                 addCredentials(texts, proxy, fields->first, kFirstCredentials);
+    const bool isAlternateComplete =
+        fields != nullptr && proxy.*fields->alternate.inUse && proxy.m_bAllowUserToConfigureProxy &&
+        addCredentials(texts, proxy, fields->alternate, kAlternateCredentials);
+
+    // From here on nothing can fail.
+    texts.takeOver();
     settings.m_bUseProxy = true;
     if (!proxy.m_strExclusionList.empty()) {
-        setText(settings, &TransferItf::m_strExclusionList,
-                &TransferItf::m_strExclusionList_utf8_rep, proxy.m_strExclusionList);
         settings.m_nExclusionListSize = proxy.m_nExclusionListSize;
     }
     if (!proxy.m_strRangeList.empty()) {
-        setText(settings, &TransferItf::m_strRangeList, &TransferItf::m_strRangeList_utf8_rep,
-                proxy.m_strRangeList);
         settings.m_nRangeListSize = proxy.m_nRangeListSize;
     }
     settings.m_bBypassLocal = proxy.m_bBypassLocal;
     settings.m_bUseIEConfig = proxy.m_bUseIEConfig;
     settings.m_bAllowUserToConfigureProxy = proxy.m_bAllowUserToConfigureProxy;
+    if (fields != nullptr) {
+        settings.m_nProxyPort = proxy.*fields->port;
+    }
+    settings.*kFirstCredentials.complete |= isFirstComplete;
+    settings.*kAlternateCredentials.complete |= isAlternateComplete;
+}
 
-    const ProxyFields* fields = proxyFieldsOf(settings.m_protocol);
-    if (fields == nullptr) {
-        return;
-    }
-    settings.m_nProxyPort = proxy.*fields->port;
-    if (proxy.*fields->first.inUse) {
-        applyCredentials(settings, proxy, fields->first, kFirstCredentials);
-    }
-    if (proxy.*fields->alternate.inUse && settings.m_bAllowUserToConfigureProxy) {
-        applyCredentials(settings, proxy, fields->alternate, kAlternateCredentials);
-    }
+void setHost(TransferItf& settings, const HostOption& option, const std::wstring& value) {
+    std::wstring host = settings.*option.host;
+    int port = settings.*option.port;
+    // A value without a port changes nothing; intended.
+    split_host_and_port(value, host, port);
+    std::string utf8 = unicode_to_utf8(host);
+    (settings.*option.host).swap(host);
+    (settings.*option.twin).swap(utf8);
+    settings.*option.port = port;
 }
 
 voInetError setTextOption(TransferItf& settings, voInetOption option, const std::wstring& value) {
@@ -241,9 +291,7 @@ voInetError setTextOption(TransferItf& settings, voInetOption option, const std:
         return option == voInetOptionRelativePath ? voInetErrorSuccess : voInetErrorInvalidArgument;
     }
     if (const auto* host = findOption(kHostOptions, option)) {
-        // A value without a port changes nothing; intended.
-        split_host_and_port(value, settings.*host->host, settings.*host->port);
-        settings.*host->twin = unicode_to_utf8(settings.*host->host);
+        setHost(settings, *host, value);
         return voInetErrorSuccess;
     }
     if (const auto* text = findOption(kTextOptions, option)) {
