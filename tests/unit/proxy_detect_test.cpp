@@ -141,6 +141,14 @@ TEST_F(ProxyBypass, ListsOfFailedLookUps_AreReleasedAndThoseOfGoodOnesAreNot) {
     EXPECT_THAT(network().calls("free"), ElementsAre("free 2", "free 0", "free 2"));
 }
 
+TEST_F(ProxyBypass, ResolverWithoutMemory_ExemptsNobody) {
+    network().failForWantOfMemory("starved.corp");
+    EXPECT_FALSE(AreSitesIdentical("starved.corp", "server.corp"));
+    EXPECT_FALSE(bypassed("server.corp", "starved.corp;server.corp"));
+    EXPECT_FALSE(bypassed("single", "starved.corp", true));
+    EXPECT_TRUE(bypassed("server.corp", "server.corp;starved.corp"));
+}
+
 TEST_F(ProxyBypass, HostInTheList_IsBypassed) {
     EXPECT_TRUE(bypassed("server.corp", "server.corp"));
     EXPECT_TRUE(bypassed("server.corp", "other.corp;server.corp"));

@@ -180,6 +180,7 @@ std::size_t blocksLeft() {
 
 namespace torture = tessaro_com::pkm::voInet::torture;
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 
 void* malloc(std::size_t size) {
@@ -217,3 +218,4 @@ void free(void* memory) {
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

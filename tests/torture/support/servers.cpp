@@ -40,7 +40,7 @@ std::string part(const std::string& file, const ByteRange& range) {
 }
 
 /// An answer to HEAD has the head only.
-std::string forMethod(const wire::Request& request, std::string reply) {
+std::string forMethod(const wire::Request& request, const std::string& reply) {
     constexpr std::string_view kEndOfHead = "\r\n\r\n";
     return request.method == "HEAD" ? reply.substr(0, reply.find(kEndOfHead) + kEndOfHead.size())
                                     : reply;

@@ -2,63 +2,86 @@
 
 namespace tessaro_com::pkm::voInet::torture {
 
-Settings settingsOf(const TransferItf& t) {
-    return {
-        {t.m_protocol, t.m_nPort, t.m_nSslPort, t.m_nPortIP, t.m_nPortFqdn, t.m_nPortNetbios,
-         t.m_nProxyPort, t.m_nExclusionListSize, t.m_nRangeListSize,
-         static_cast<int>(t.m_bUseProxy), static_cast<int>(t.m_bBypassLocal),
-         static_cast<int>(t.m_bUseIEConfig), static_cast<int>(t.m_bAllowUserToConfigureProxy),
-         static_cast<int>(t.m_bUseLoggedOnUser), static_cast<int>(t.m_bUseAuthentication),
-         static_cast<int>(t.m_bUseProxyAuthentication),
-         static_cast<int>(t.m_bAltUseProxyAuthentication), static_cast<int>(t.m_bUseSSL)},
-        {t.m_strAccount,
-         t.m_strProxy,
-         t.m_strProxyUserName,
-         t.m_strProxyPassword,
-         t.m_strAltProxyUserName,
-         t.m_strAltProxyPassword,
-         t.m_strProxyUserPwd,
-         t.m_strAltProxyUserPwd,
-         t.m_strExclusionList,
-         t.m_strRangeList,
-         t.m_strSite,
-         t.m_strHostIP,
-         t.m_strHostFqdn,
-         t.m_strHostNetBios,
-         t.m_strHost,
-         t.m_strUser,
-         t.m_strPassword,
-         t.m_strDomain,
-         t.m_strServer,
-         t.m_strShare,
-         t.m_strRelativePath,
-         t.m_strUserAgent,
-         t.m_strCARootPath,
-         t.m_strUpdateToken},
-        {t.m_strSite_utf8_rep,
-         t.m_strHost_utf8_rep,
-         t.m_strHostIP_utf8_rep,
-         t.m_strHostFqdn_utf8_rep,
-         t.m_strHostNetBios_utf8_rep,
-         t.m_strUser_utf8_rep,
-         t.m_strPassword_utf8_rep,
-         t.m_strAccount_utf8_rep,
-         t.m_strProxy_utf8_rep,
-         t.m_strProxyUserName_utf8_rep,
-         t.m_strProxyPassword_utf8_rep,
-         t.m_strAltProxyUserName_utf8_rep,
-         t.m_strAltProxyPassword_utf8_rep,
-         t.m_strAltProxyUserPwd_utf8_rep,
-         t.m_strProxyUserPwd_utf8_rep,
-         t.m_strExclusionList_utf8_rep,
-         t.m_strRangeList_utf8_rep,
-         t.m_strDomain_utf8_rep,
-         t.m_strServer_utf8_rep,
-         t.m_strShare_utf8_rep,
-         t.m_strRelativePath_utf8_rep,
-         t.m_strUserAgent_utf8_rep,
-         t.m_strCARootPath_utf8_rep},
-    };
+namespace {
+
+std::vector<int> numbersOf(const TransferItf& t) {
+    return {t.m_protocol,
+            t.m_nPort,
+            t.m_nSslPort,
+            t.m_nPortIP,
+            t.m_nPortFqdn,
+            t.m_nPortNetbios,
+            t.m_nProxyPort,
+            t.m_nExclusionListSize,
+            t.m_nRangeListSize,
+            static_cast<int>(t.m_bUseProxy),
+            static_cast<int>(t.m_bBypassLocal),
+            static_cast<int>(t.m_bUseIEConfig),
+            static_cast<int>(t.m_bAllowUserToConfigureProxy),
+            static_cast<int>(t.m_bUseLoggedOnUser),
+            static_cast<int>(t.m_bUseAuthentication),
+            static_cast<int>(t.m_bUseProxyAuthentication),
+            static_cast<int>(t.m_bAltUseProxyAuthentication),
+            static_cast<int>(t.m_bUseSSL)};
+}
+
+std::vector<std::wstring> wideTextsOf(const TransferItf& t) {
+    return {t.m_strAccount,
+            t.m_strProxy,
+            t.m_strProxyUserName,
+            t.m_strProxyPassword,
+            t.m_strAltProxyUserName,
+            t.m_strAltProxyPassword,
+            t.m_strProxyUserPwd,
+            t.m_strAltProxyUserPwd,
+            t.m_strExclusionList,
+            t.m_strRangeList,
+            t.m_strSite,
+            t.m_strHostIP,
+            t.m_strHostFqdn,
+            t.m_strHostNetBios,
+            t.m_strHost,
+            t.m_strUser,
+            t.m_strPassword,
+            t.m_strDomain,
+            t.m_strServer,
+            t.m_strShare,
+            t.m_strRelativePath,
+            t.m_strUserAgent,
+            t.m_strCARootPath,
+            t.m_strUpdateToken};
+}
+
+std::vector<std::string> utf8TextsOf(const TransferItf& t) {
+    return {t.m_strSite_utf8_rep,
+            t.m_strHost_utf8_rep,
+            t.m_strHostIP_utf8_rep,
+            t.m_strHostFqdn_utf8_rep,
+            t.m_strHostNetBios_utf8_rep,
+            t.m_strUser_utf8_rep,
+            t.m_strPassword_utf8_rep,
+            t.m_strAccount_utf8_rep,
+            t.m_strProxy_utf8_rep,
+            t.m_strProxyUserName_utf8_rep,
+            t.m_strProxyPassword_utf8_rep,
+            t.m_strAltProxyUserName_utf8_rep,
+            t.m_strAltProxyPassword_utf8_rep,
+            t.m_strAltProxyUserPwd_utf8_rep,
+            t.m_strProxyUserPwd_utf8_rep,
+            t.m_strExclusionList_utf8_rep,
+            t.m_strRangeList_utf8_rep,
+            t.m_strDomain_utf8_rep,
+            t.m_strServer_utf8_rep,
+            t.m_strShare_utf8_rep,
+            t.m_strRelativePath_utf8_rep,
+            t.m_strUserAgent_utf8_rep,
+            t.m_strCARootPath_utf8_rep};
+}
+
+}  // namespace
+
+Settings settingsOf(const TransferItf& transfer) {
+    return {numbersOf(transfer), wideTextsOf(transfer), utf8TextsOf(transfer)};
 }
 
 CProxyParams fullProxyRecord() {

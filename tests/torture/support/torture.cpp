@@ -8,10 +8,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <limits>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace tessaro_com::pkm::voInet::torture {
 
@@ -62,10 +62,10 @@ void runUndisturbed(const MakeScene& make, Exceptions exceptions) {
 
 /// The C library keeps the stacks of a few threads that have ended, with memory of theirs.
 void keepStacks() {
-    std::vector<std::thread> threads;
+    std::array<std::thread, 4> threads;
     wire::Event end;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&end] { end.await(); });
+    for (std::thread& thread : threads) {
+        thread = std::thread([&end] { end.await(); });
     }
     end.set();
     for (std::thread& thread : threads) {

@@ -55,6 +55,10 @@ void NetworkDouble::failWith(const std::string& name, const std::vector<std::str
     m_answers[name] = Answer{EAI_AGAIN, addresses};
 }
 
+void NetworkDouble::failForWantOfMemory(const std::string& name) {
+    m_answers[name] = Answer{EAI_MEMORY, {}};
+}
+
 std::vector<std::string> NetworkDouble::calls(const std::string& start) const {
     std::vector<std::string> result;
     for (const auto& call : m_calls) {

@@ -18,6 +18,8 @@ class NetworkDouble {
     void resolve(const std::string& name, const std::vector<std::string>& addresses);
     /// A look-up that fails after it has put addresses into the caller's list.
     void failWith(const std::string& name, const std::vector<std::string>& addresses);
+    /// A look-up for which the resolver finds no memory.
+    void failForWantOfMemory(const std::string& name);
     /// The scope of a numeric address.
     void scope(const std::string& address, unsigned int id) { m_scopes[address] = id; }
 
