@@ -47,15 +47,15 @@ void setCredentials(CURL* curl, const TransferItf& settings) {
     if (settings.m_bUseAuthentication) {
         curl_easy_setopt(curl, CURLOPT_HTTPAUTH, kAnyAuthentication);
         if (settings.m_bUseProxy) {
-            curl_easy_setopt(curl, CURLOPT_USERPWD, joinedCredentials(settings).c_str());
+            setTextOption(curl, CURLOPT_USERPWD, joinedCredentials(settings));
         } else {
-            curl_easy_setopt(curl, CURLOPT_USERNAME, settings.m_strUser_utf8_rep.c_str());
-            curl_easy_setopt(curl, CURLOPT_PASSWORD, settings.m_strPassword_utf8_rep.c_str());
+            setTextOption(curl, CURLOPT_USERNAME, settings.m_strUser_utf8_rep);
+            setTextOption(curl, CURLOPT_PASSWORD, settings.m_strPassword_utf8_rep);
         }
     }
     if (settings.m_bUseProxyAuthentication) {
         curl_easy_setopt(curl, CURLOPT_PROXYAUTH, kAnyAuthentication);
-        curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, settings.m_strProxyUserPwd_utf8_rep.c_str());
+        setTextOption(curl, CURLOPT_PROXYUSERPWD, settings.m_strProxyUserPwd_utf8_rep);
     }
 }
 
@@ -67,9 +67,9 @@ EasyHandle makeDownloadHandle(CNetConnection& connection, CallbackManager& manag
     if (handle == nullptr) {
         return handle;
     }
-    curl_easy_setopt(handle.get(), CURLOPT_URL, manager.GetRemoteUrl());
+    setTextOption(handle.get(), CURLOPT_URL, manager.GetRemoteUrl());
     if (manager.GetStartPosition() > 0) {
-        curl_easy_setopt(handle.get(), CURLOPT_RANGE, rangeOf(manager).c_str());
+        setTextOption(handle.get(), CURLOPT_RANGE, rangeOf(manager));
     }
     setCredentials(handle.get(), connection);
     addDownloadOptions(handle.get(), watch);

@@ -61,17 +61,17 @@ void setDownloadOptions(CURL* curl, const TransferItf& settings, const CallbackM
         curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers.get());
     }
     if (manager.GetStartPosition() > 0) {
-        curl_easy_setopt(curl, CURLOPT_RANGE, rangeOf(manager).c_str());
+        setTextOption(curl, CURLOPT_RANGE, rangeOf(manager));
     }
-    curl_easy_setopt(curl, CURLOPT_URL, manager.GetRemoteUrl());
+    setTextOption(curl, CURLOPT_URL, manager.GetRemoteUrl());
     if (settings.m_bUseAuthentication) {
         curl_easy_setopt(curl, CURLOPT_HTTPAUTH, kAnyAuthentication);
-        curl_easy_setopt(curl, CURLOPT_USERNAME, settings.m_strUser_utf8_rep.c_str());
-        curl_easy_setopt(curl, CURLOPT_PASSWORD, settings.m_strPassword_utf8_rep.c_str());
+        setTextOption(curl, CURLOPT_USERNAME, settings.m_strUser_utf8_rep);
+        setTextOption(curl, CURLOPT_PASSWORD, settings.m_strPassword_utf8_rep);
     }
     if (settings.m_bUseProxyAuthentication) {
         curl_easy_setopt(curl, CURLOPT_PROXYAUTH, kAnyAuthentication);
-        curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, settings.m_strProxyUserPwd_utf8_rep.c_str());
+        setTextOption(curl, CURLOPT_PROXYUSERPWD, settings.m_strProxyUserPwd_utf8_rep);
     }
 }
 
@@ -203,8 +203,8 @@ void setUpRetry(Reaction reaction, CURL* curl, const TransferItf& settings) {
         case Reaction::finish:
             break;
         case Reaction::retryWithCredentials:
-            curl_easy_setopt(curl, CURLOPT_USERNAME, settings.m_strUser_utf8_rep.c_str());
-            curl_easy_setopt(curl, CURLOPT_PASSWORD, settings.m_strPassword_utf8_rep.c_str());
+            setTextOption(curl, CURLOPT_USERNAME, settings.m_strUser_utf8_rep);
+            setTextOption(curl, CURLOPT_PASSWORD, settings.m_strPassword_utf8_rep);
             curl_easy_setopt(curl, CURLOPT_HTTPAUTH, kAnyAuthentication);
             break;
         case Reaction::retryWithProxyCredentials:

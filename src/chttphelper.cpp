@@ -33,10 +33,10 @@ void setServerCredentials(CURL* curl, const CNetConnection& settings) {
         return;
     }
     if (settings.m_bUseProxy) {
-        curl_easy_setopt(curl, CURLOPT_USERPWD, joinedCredentials(settings).c_str());
+        setTextOption(curl, CURLOPT_USERPWD, joinedCredentials(settings));
     } else {
-        curl_easy_setopt(curl, CURLOPT_USERNAME, settings.m_strUser_utf8_rep.c_str());
-        curl_easy_setopt(curl, CURLOPT_PASSWORD, settings.m_strPassword_utf8_rep.c_str());
+        setTextOption(curl, CURLOPT_USERNAME, settings.m_strUser_utf8_rep);
+        setTextOption(curl, CURLOPT_PASSWORD, settings.m_strPassword_utf8_rep);
     }
     curl_easy_setopt(curl, CURLOPT_HTTPAUTH, kAnyAuthentication);
 }
@@ -79,10 +79,10 @@ EasyHandle setUpHandle(const CNetConnection& connection, CallbackManager* manage
         return handle;
     }
     // No proxy, and none from the environment, unless the settings name one.
-    curl_easy_setopt(curl, CURLOPT_PROXY, "");
+    setTextOption(curl, CURLOPT_PROXY, "");
     setAddressScope(curl, connection.m_strHost_utf8_rep);
     curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(curl, CURLOPT_USERAGENT, kUserAgent);
+    setTextOption(curl, CURLOPT_USERAGENT, kUserAgent);
     installTraceIfWanted(curl);
     setProxyOfSettings(curl, connection);
     setServerCredentials(curl, connection);

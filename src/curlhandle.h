@@ -45,6 +45,15 @@ class HeaderList {
     std::unique_ptr<curl_slist, FreeAll> m_lines;
 };
 
+/// Sets an option that is a text, which libcurl copies. Throws std::bad_alloc when it has no memory
+/// for that, since a request without its proxy, range or CA file is another request; any other
+/// answer is not looked at.
+inline void setTextOption(CURL* handle, CURLoption option, const std::string& text) {
+    if (curl_easy_setopt(handle, option, text.c_str()) == CURLE_OUT_OF_MEMORY) {
+        throw std::bad_alloc();
+    }
+}
+
 /// CURLAUTH_ANY as curl_easy_setopt reads it.
 inline constexpr long kAnyAuthentication = static_cast<long>(CURLAUTH_ANY);
 

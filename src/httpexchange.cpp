@@ -175,15 +175,15 @@ struct Exchange {
 void setExchangeOptions(CURL* curl, const TransferItf& settings, const std::string& url,
                         const HeaderList& headers, Exchange& exchange) {
     installTraceIfWanted(curl);
-    curl_easy_setopt(curl, CURLOPT_PROXY, "");  // never through a proxy
-    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+    setTextOption(curl, CURLOPT_PROXY, "");  // never through a proxy
+    setTextOption(curl, CURLOPT_URL, url);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, kestl_write_callback);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, exchange.response);
     curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, kestl_header_callback);
     curl_easy_setopt(curl, CURLOPT_WRITEHEADER, &exchange.keysOutdated);
     curl_easy_setopt(curl, CURLOPT_READFUNCTION, kestl_read_callback);
     curl_easy_setopt(curl, CURLOPT_READDATA, &exchange.request);
-    curl_easy_setopt(curl, CURLOPT_USERAGENT, "Mozilla/4.0 (compatible; KESTL/3.0; Windows)");
+    setTextOption(curl, CURLOPT_USERAGENT, "Mozilla/4.0 (compatible; KESTL/3.0; Windows)");
     curl_easy_setopt(curl, CURLOPT_POST, 1L);
     // Without a size of its own a recent libcurl sends the body chunked beside the Content-Length
     // header, which strict servers refuse.
@@ -195,7 +195,7 @@ void setExchangeOptions(CURL* curl, const TransferItf& settings, const std::stri
     curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, 180L);
     curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
-    curl_easy_setopt(curl, CURLOPT_CAINFO, settings.m_strCARootPath_utf8_rep.c_str());
+    setTextOption(curl, CURLOPT_CAINFO, settings.m_strCARootPath_utf8_rep);
     curl_easy_setopt(curl, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1));
 }
 

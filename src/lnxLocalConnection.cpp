@@ -1,6 +1,7 @@
 #include "voinet/lnxLocalConnection.h"
 
 #include "boundary.h"
+#include "samefile.h"
 #include "saturate.h"
 #include "sinkstatus.h"
 #include "stream.h"
@@ -46,16 +47,6 @@ FileStatus statusOf(std::FILE* stream) {
     return fstat(fileno(stream), &status) == 0 ? FileStatus(status) : std::nullopt;
 }
 
-/// Whether both names lead to one regular file, through links or not.
-bool areOneFile(const std::string& first, const std::string& second) {
-    const FileStatus one = statusOf(first);
-    if (!one || !S_ISREG(one->st_mode)) {
-        return false;
-    }
-    const FileStatus other = statusOf(second);
-    return other && one->st_dev == other->st_dev && one->st_ino == other->st_ino;
-}
-
 /// Opens a file for a copy, which moves blocks of its own: a buffer would only hold bytes back.
 Stream openUnbuffered(const std::string& path, const char* mode) {
     Stream stream(std::fopen(path.c_str(), mode));
@@ -68,9 +59,8 @@ Stream openUnbuffered(const std::string& path, const char* mode) {
 /// The two files of a copy.
 struct CopyStreams {
     /// The target is opened first, so it is there, and empty, also when the source is missing.
-    voInetError open(const std::string& targetPath, const std::string& sourcePath,
-                     const char* targetMode) {
-        target = openUnbuffered(targetPath, targetMode);
+    voInetError open(const std::string& targetPath, const std::string& sourcePath) {
+        target = openUnbuffered(targetPath, "w");
         source = openUnbuffered(sourcePath, "r");
         if (source == nullptr) {
             return voInetErrorFileNotFound;
@@ -78,9 +68,9 @@ struct CopyStreams {
         return target == nullptr ? voInetErrorLocalFileOpen : voInetErrorSuccess;
     }
 
-    bool seek(off_t position) const {
-        return fseeko(target.get(), position, SEEK_SET) == 0 &&
-               fseeko(source.get(), position, SEEK_SET) == 0;
+    /// False for what has no positions, such as a FIFO.
+    bool rewind() const {
+        return fseeko(target.get(), 0, SEEK_SET) == 0 && fseeko(source.get(), 0, SEEK_SET) == 0;
     }
 
     bool sourceHasMore() const {
@@ -194,8 +184,8 @@ voInetError writeFailed(CopyProgress& progress) {
     return voInetErrorWriteFailed;
 }
 
-voInetError copyFrom(off_t start, CopyStreams& streams, CopyProgress& progress) {
-    if (!streams.seek(start)) {
+voInetError copyAll(CopyStreams& streams, CopyProgress& progress) {
+    if (!streams.rewind()) {
         return voInetErrorFailed;
     }
     const FileStatus source = statusOf(streams.source.get());
@@ -204,7 +194,7 @@ voInetError copyFrom(off_t start, CopyStreams& streams, CopyProgress& progress) 
     if (!block.hasMemory()) {
         return voInetErrorOutOfMemory;
     }
-    progress.setTotal(source ? source->st_size - start : 0);
+    progress.setTotal(source ? source->st_size : 0);
     progress.notify(sinkCopyStarting);
     while (streams.sourceHasMore() && progress.goOn()) {
         if (!block.move(progress)) {
@@ -236,25 +226,19 @@ voInetError CLocalConnection::DownloadFile(const std::wstring& localFile,
     return withoutExceptions([&] {
         const std::string target = unicode_to_utf8(localFile);
         const std::string source = unicode_to_utf8(m_strRelativePath + L"/" + remoteFile);
-
-        // Cleared before it is tested: resuming is wired in but switched off, on purpose.
-        unsigned long offset = 0;
+        // A copy is never resumed, on purpose; isResumable is there for the host.
         resume = false;
-        if (resume) {
-            resume = isResumable(target, source, offset);
-        }
-
         // Opening the target empties it.
-        if (areOneFile(target, source)) {
+        if (isSameRegularFile(target, source)) {
             return voInetErrorInvalidArgument;
         }
         CopyStreams streams;
-        const voInetError opened = streams.open(target, source, resume ? "a" : "w");
+        const voInetError opened = streams.open(target, source);
         if (opened != voInetErrorSuccess) {
             return opened;
         }
         CopyProgress progress(sink, m_strSite, remoteFile);
-        return copyFrom(static_cast<off_t>(offset), streams, progress);
+        return copyAll(streams, progress);
     });
 }
 

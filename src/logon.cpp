@@ -2,12 +2,12 @@
 
 #include "curlhandle.h"
 #include "logtag.h"
+#include "proxybypass.h"
 #include "requestwatch.h"
 #include "saturate.h"
 #include "setuphandle.h"
 #include "voinet/INetUtils.h"
 #include "voinet/log.h"
-#include "voinet/proxy_detect.h"
 
 namespace tessaro_com::pkm::voInet {
 
@@ -31,7 +31,7 @@ struct Probe {
 };
 
 void setProbeOptions(CURL* handle, const std::string& url) {
-    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+    setTextOption(handle, CURLOPT_URL, url);
     curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
 }
 
@@ -57,8 +57,8 @@ bool isAuthenticationFailure(int status) {
 
 void dropBypassedProxy(TransferItf& settings) {
     if (!settings.m_bUseProxy ||
-        !isProxyBypassed(settings.m_strHost_utf8_rep, settings.m_strExclusionList_utf8_rep,
-                         settings.m_bBypassLocal)) {
+        !isExemptFromProxy(settings.m_strHost_utf8_rep, settings.m_strExclusionList_utf8_rep,
+                           settings.m_bBypassLocal)) {
         return;
     }
     settings.m_bUseProxy = false;

@@ -5,6 +5,7 @@
 #include "curlhandle.h"
 #include "saturate.h"
 
+#include <algorithm>
 #include <cmath>
 
 // A libcurl that lacks the function, which is possible for one that was cut down, leaves it null.
@@ -45,6 +46,10 @@ RequestTimes timesOf(CURL* handle) {
     times.requestSent = microseconds(handle, CURLINFO_PRETRANSFER_TIME);
     times.firstByte = microseconds(handle, CURLINFO_STARTTRANSFER_TIME);
     times.ended = microseconds(handle, CURLINFO_TOTAL_TIME);
+    if (times.firstByte > 0) {
+        // Over FTP libcurl may take the later figure first.
+        times.requestSent = std::min(times.requestSent, times.firstByte);
+    }
     return times;
 }
 
@@ -53,6 +58,21 @@ std::string wordsOf(CURLcode result, const char* errorText) {
         return errorText;
     }
     return curl_easy_strerror != nullptr ? curl_easy_strerror(result) : "";
+}
+
+/// Calls the monitor. False when it throws, whatever that is.
+template <class Call>
+bool tell(Call call) {
+    return withoutExceptionsOr(false, [&] {
+        call();
+        return true;
+    });
+}
+
+/// Fills in texts of a record; one for which there is no memory stays empty.
+template <class Fill>
+void fillIn(Fill fill) {
+    tell(fill);
 }
 
 }  // namespace
@@ -75,19 +95,18 @@ void MonitoredRequest::noteProxy(const std::string& formattedHost, int port) {
 }
 
 bool MonitoredRequest::addOptions(CURL* handle) {
-    return withoutExceptionsOr(false, [&] {
-        curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, m_errorText.data());
-        const TransferLimits limits = m_monitor.Limits();
-        if (limits.connectTimeoutMs > 0) {
-            curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS,
-                             saturate<long>(limits.connectTimeoutMs));
-        }
-        if (limits.maxReceiveBytesPerSecond > 0) {
-            curl_easy_setopt(handle, CURLOPT_MAX_RECV_SPEED_LARGE,
-                             static_cast<curl_off_t>(limits.maxReceiveBytesPerSecond));
-        }
-        return true;
-    });
+    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, m_errorText.data());
+    TransferLimits limits;
+    const bool goesOn = tell([&] { limits = m_monitor.Limits(); });
+    if (limits.connectTimeoutMs > 0) {
+        curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS,
+                         saturate<long>(limits.connectTimeoutMs));
+    }
+    if (limits.maxReceiveBytesPerSecond > 0) {
+        curl_easy_setopt(handle, CURLOPT_MAX_RECV_SPEED_LARGE,
+                         static_cast<curl_off_t>(limits.maxReceiveBytesPerSecond));
+    }
+    return goesOn;
 }
 
 bool MonitoredRequest::start(CURL* handle) {
@@ -105,10 +124,7 @@ bool MonitoredRequest::start(CURL* handle) {
     m_areHeadersReported = false;
     m_isHttpAnswer = false;
     m_redirectsBefore = 0;
-    return withoutExceptionsOr(false, [&] {
-        m_monitor.OnRequestStarted(m_record);
-        return true;
-    });
+    return tell([&] { m_monitor.OnRequestStarted(m_record); });
 }
 
 bool MonitoredRequest::takeHeaderLine(AnswerHead::Line kind, std::string_view line,
@@ -137,7 +153,7 @@ void MonitoredRequest::keepField(std::string_view line) {
     if (m_headerBytes > kMostHeaderBytes) {
         return;
     }
-    withoutExceptionsOr(false, [&] {
+    fillIn([&] {
         const auto colon = line.find(':');
         const bool continues = isBlank(line.front()) && !m_record.headers.empty();
         if (continues) {
@@ -149,7 +165,6 @@ void MonitoredRequest::keepField(std::string_view line) {
             m_record.headers.push_back(m_redaction.header(trimmed(line.substr(0, colon)),
                                                           trimmed(line.substr(colon + 1))));
         }
-        return true;
     });
 }
 
@@ -169,13 +184,10 @@ bool MonitoredRequest::wasFollowed() const {
 
 bool MonitoredRequest::reportHeaders(const AnswerHead& answer) {
     m_areHeadersReported = true;
-    return withoutExceptionsOr(false, [&] {
-        m_record.status = answer.status();
-        m_record.announced = answer.contentLength().value_or(-1);
-        noteConnection();
-        m_monitor.OnHeaders(m_record);
-        return true;
-    });
+    m_record.status = answer.status();
+    m_record.announced = answer.contentLength().value_or(-1);
+    fillIn([&] { noteConnection(); });
+    return tell([&] { m_monitor.OnHeaders(m_record); });
 }
 
 bool MonitoredRequest::takeBody(std::int64_t received, const AnswerHead& answer) {
@@ -194,11 +206,6 @@ void MonitoredRequest::noteConnection() {
     }
 }
 
-void MonitoredRequest::noteEnd(CURLcode result) {
-    m_record.reason = m_redaction.text(wordsOf(result, m_errorText.data()));
-    noteConnection();
-}
-
 bool MonitoredRequest::end(CURLcode result, std::int64_t received, const AnswerHead& answer) {
     m_record.curlResult = static_cast<int>(result);
     m_record.received = received;
@@ -215,17 +222,9 @@ bool MonitoredRequest::end(CURLcode result, std::int64_t received, const AnswerH
         curl_easy_getinfo(m_handle, CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length);
         m_record.announced = saturate<std::int64_t>(length);
     }
-    // Without memory for a text the record has the figures.
-    withoutExceptionsOr(false, [&] {
-        noteEnd(result);
-        return true;
-    });
-    return withoutExceptionsOr(false,
-                               [&] {
-                                   m_monitor.OnRequestEnded(m_record);
-                                   return true;
-                               }) &&
-           goesOn;
+    fillIn([&] { noteConnection(); });
+    fillIn([&] { m_record.reason = m_redaction.text(wordsOf(result, m_errorText.data())); });
+    return tell([&] { m_monitor.OnRequestEnded(m_record); }) && goesOn;
 }
 
 bool MonitoredRequest::goesOn() {

@@ -43,7 +43,6 @@ class MonitoredRequest {
     bool wasFollowed() const;
     bool reportHeaders(const AnswerHead& answer);
     void noteConnection();
-    void noteEnd(CURLcode result);
 
     TransferMonitor& m_monitor;
     Redaction m_redaction;

@@ -10,7 +10,7 @@ namespace tessaro_com::pkm::voInet {
 std::string setProxy(CURL* handle, const std::string& host, int port) {
     setAddressScope(handle, host);
     std::string formatted = ANetworkUtil().formatV6addr(host, true);
-    curl_easy_setopt(handle, CURLOPT_PROXY, formatted.c_str());
+    setTextOption(handle, CURLOPT_PROXY, formatted);
     curl_easy_setopt(handle, CURLOPT_PROXYPORT, static_cast<long>(port));
     if (RequestWatch* const watch = RequestWatch::current()) {
         watch->noteProxy(formatted, port);
@@ -19,7 +19,7 @@ std::string setProxy(CURL* handle, const std::string& host, int port) {
 }
 
 void setProxyCredentials(CURL* handle, const std::string& userAndPassword) {
-    curl_easy_setopt(handle, CURLOPT_PROXYUSERPWD, userAndPassword.c_str());
+    setTextOption(handle, CURLOPT_PROXYUSERPWD, userAndPassword);
     curl_easy_setopt(handle, CURLOPT_PROXYAUTH, kAnyAuthentication);
 }
 

@@ -1,6 +1,7 @@
 #include "voinet/transferitf.h"
 
 #include "boundary.h"
+#include "hostforms.h"
 #include "logtag.h"
 #include "saturate.h"
 #include "voinet/INetUtils.h"
@@ -69,22 +70,6 @@ constexpr TextOption kTextOptions[] = {
      &TransferItf::m_strRelativePath_utf8_rep},
     {voInetOptionUserAgent, &TransferItf::m_strUserAgent, &TransferItf::m_strUserAgent_utf8_rep},
     {voInetOptionCARootPath, &TransferItf::m_strCARootPath, &TransferItf::m_strCARootPath_utf8_rep},
-};
-
-struct HostOption {
-    voInetOption option;
-    WideText host;
-    Utf8Text twin;
-    Number port;
-};
-
-constexpr HostOption kHostOptions[] = {
-    {voInetOptionHostFqdn, &TransferItf::m_strHostFqdn, &TransferItf::m_strHostFqdn_utf8_rep,
-     &TransferItf::m_nPortFqdn},
-    {voInetOptionHostNetBios, &TransferItf::m_strHostNetBios,
-     &TransferItf::m_strHostNetBios_utf8_rep, &TransferItf::m_nPortNetbios},
-    {voInetOptionHostIP, &TransferItf::m_strHostIP, &TransferItf::m_strHostIP_utf8_rep,
-     &TransferItf::m_nPortIP},
 };
 
 template <class Row, std::size_t size>
@@ -275,22 +260,22 @@ void applyProxy(TransferItf& settings, const CProxyParams& proxy) {
     settings.*kAlternateCredentials.complete |= isAlternateComplete;
 }
 
-void setHost(TransferItf& settings, const HostOption& option, const std::wstring& value) {
-    std::wstring host = settings.*option.host;
-    int port = settings.*option.port;
+void setHost(TransferItf& settings, const HostForm& form, const std::wstring& value) {
+    std::wstring host = settings.*form.host;
+    int port = settings.*form.port;
     // A value without a port changes nothing; intended.
     split_host_and_port(value, host, port);
     std::string utf8 = unicode_to_utf8(host);
-    (settings.*option.host).swap(host);
-    (settings.*option.twin).swap(utf8);
-    settings.*option.port = port;
+    (settings.*form.host).swap(host);
+    (settings.*form.hostUtf8).swap(utf8);
+    settings.*form.port = port;
 }
 
 voInetError setTextOption(TransferItf& settings, voInetOption option, const std::wstring& value) {
     if (value.empty()) {
         return option == voInetOptionRelativePath ? voInetErrorSuccess : voInetErrorInvalidArgument;
     }
-    if (const auto* host = findOption(kHostOptions, option)) {
+    if (const auto* host = findOption(kHostForms, option)) {
         setHost(settings, *host, value);
         return voInetErrorSuccess;
     }
