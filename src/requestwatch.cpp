@@ -1,6 +1,7 @@
 #include "requestwatch.h"
 
 #include "monitoredrequest.h"
+#include "voinet/cbmgr.h"
 
 namespace tessaro_com::pkm::voInet {
 
@@ -28,7 +29,7 @@ std::unique_ptr<MonitoredRequest> monitoredRequest(const CNetConnection& connect
 
 RequestWatch::RequestWatch(const CNetConnection& connection, RequestPurpose purpose,
                            const std::string& url, std::int64_t rangeStart)
-    : m_isDownload(purpose == requestDownload || purpose == requestPrefixCheck),
+    : m_purpose(purpose),
       m_monitored(monitoredRequest(connection, purpose, url, rangeStart)),
       m_outer(watchOfThread) {
     watchOfThread = this;
@@ -54,11 +55,16 @@ void RequestWatch::addMonitorOptions(CURL* handle) {
 CURLcode RequestWatch::perform(CURL* handle) {
     m_answer = AnswerHead();
     m_received = 0;
+    m_block.clear();
     if (m_monitored != nullptr) {
         m_isStopped = !m_monitored->start(handle) || m_isStopped;
     }
     CURLcode result = m_isStopped ? CURLE_ABORTED_BY_CALLBACK : curl_easy_perform(handle);
-    if (result == CURLE_OK && m_isDownload && m_answer.isCut()) {
+    if (!m_block.flush() && result == CURLE_OK) {
+        result = CURLE_WRITE_ERROR;
+    }
+    const bool isDownload = m_purpose == requestDownload || m_purpose == requestPrefixCheck;
+    if (result == CURLE_OK && isDownload && m_answer.isCut()) {
         result = CURLE_PARTIAL_FILE;
     }
     if (m_monitored != nullptr) {
@@ -87,6 +93,12 @@ bool RequestWatch::takeBody(std::size_t bytes) {
         m_isStopped = true;
     }
     return !m_isStopped;
+}
+
+unsigned long RequestWatch::writeBody(CallbackManager& manager, void* bytes, unsigned long size) {
+    // A check keeps no more than 1,024 bytes.
+    return m_purpose == requestDownload ? m_block.take(manager, bytes, size)
+                                        : manager.WriteData(bytes, size);
 }
 
 bool RequestWatch::goesOn() {

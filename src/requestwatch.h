@@ -2,6 +2,7 @@
 #define VOINET_SRC_REQUESTWATCH_H
 
 #include "answerhead.h"
+#include "bodyblock.h"
 #include "voinet/cnetconnection.h"
 #include "voinet/transfermonitor.h"
 
@@ -68,16 +69,20 @@ class RequestWatch {
     // Called by curl's callbacks.
 
     void takeHeaderLine(std::string_view line);
-    /// False when the monitor has stopped the request.
+    /// Counts bytes of the body. False when the monitor has stopped the request.
     bool takeBody(std::size_t bytes);
+    /// Hands bytes of the body on to the manager, those of a download in blocks of their own.
+    /// Returns how many were taken.
+    unsigned long writeBody(CallbackManager& manager, void* bytes, unsigned long size);
     /// False to stop the request.
     bool goesOn();
     /// The proxy that was set on the handle.
     void noteProxy(const std::string& formattedHost, int port);
 
   private:
-    bool m_isDownload;
+    RequestPurpose m_purpose;
     AnswerHead m_answer;
+    BodyBlock m_block;
     std::int64_t m_received = 0;
     bool m_isStopped = false;
     std::optional<std::int64_t> m_expectedTotal;
