@@ -257,6 +257,7 @@ std::vector<Part> partsOfAWholeFile() {
         {"StarAsTotal", line("bytes 0-4999/*"), 0, 5000},
         {"StarAsRange", line("bytes */5000"), 0, 5000},
         {"MinusAtTheStart", line("bytes -0-4999/5000"), 0, 5000},
+        {"MinusAtTheEndOfOneByte", line("bytes 0--0/1"), 0, 1},
         {"OtherUnit", line("items 0-4999/5000"), 0, 5000},
         {"EmptyLine", line(""), 0, 5000},
         {"TwoLines", {"Content-Range: bytes 0-4999/5000", kRightRange}, 0, 5000},
