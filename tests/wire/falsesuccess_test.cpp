@@ -19,7 +19,6 @@ namespace tessaro_com::pkm::voInet::wire {
 namespace {
 
 using testing::Combine;
-using testing::Each;
 using testing::ElementsAre;
 using testing::SizeIs;
 using testing::Values;
