@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Measures how the cost of downloads grows with their number and size, and draws docs/performance.svg:
+# Measures how the cost of downloads grows with their number and size. Draws docs/performance.svg.
 #
 #   bench/growth.sh [LARGEST-SIZE-IN-MIB] [ROUNDS]
 . "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
