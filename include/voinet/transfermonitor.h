@@ -101,8 +101,8 @@ struct TransferLimits {
 /// afterwards. The records are valid during the call only. A monitor may not start transfers, set
 /// another monitor or destroy itself in a call.
 ///
-/// An exception thrown here ends the request as GoesOn answering false does; it does not cross the
-/// library.
+/// An exception thrown here ends the request as GoesOn answering false does (in KeepsWhatArrived it
+/// counts as false); it does not cross the library.
 class VOINET_API TransferMonitor {
   public:
     virtual ~TransferMonitor();
