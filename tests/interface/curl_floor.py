@@ -15,10 +15,11 @@ import sys
 
 NAME = re.compile(r"\b(?:CURL[A-Z]*_\w+|CURL(?:code|INFO|option)?|curl_(?!global)[a-z_]+)\b")
 # What libcurl's list leaves out, being no constant: the types and functions that were there before
-# version 7.1 got its options, curl_off_t (7.11.1) and those that came with it.
-BEFORE_THE_LIST = {"CURL", "CURLcode", "CURLINFO", "CURLoption", "curl_easy_cleanup",
+# version 7.1 got its options, curl_off_t (7.11.1), curl_easy_strerror (7.12.0) and those that came
+# with them.
+BEFORE_THE_LIST = {"CURL", "CURLcode", "CURL_ERROR_SIZE", "CURLINFO", "CURLoption", "curl_easy_cleanup",
                    "curl_easy_getinfo", "curl_easy_init", "curl_easy_perform", "curl_easy_setopt",
-                   "curl_infotype", "curl_off_t", "curl_slist", "curl_slist_append",
+                   "curl_easy_strerror", "curl_infotype", "curl_off_t", "curl_slist", "curl_slist_append",
                    "curl_slist_free_all"}
 
 

@@ -1,6 +1,7 @@
 #include "exitstatus.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace voinet_command {
 
@@ -34,6 +35,43 @@ ExitStatus kindOfReply(int replyStatus) {
 ExitStatus kindOfFailedTransfer(std::optional<int> replyStatus) {
     return replyStatus ? kindOfReply(*replyStatus) : ExitStatus::unreachable;
 }
+
+/// The results whose exit status does not depend on the reply.
+constexpr struct {
+    voInet::voInetError result;
+    ExitStatus status;
+} kStatusOfResult[] = {
+    {voInet::voInetErrorSuccess, ExitStatus::success},
+    {voInet::voInetErrorPackageReceived, ExitStatus::success},
+    {voInet::voInetErrorCancelled, ExitStatus::cancelled},
+    {voInet::voInetErrorShutdown, ExitStatus::cancelled},
+    {voInet::voInetErrorKeysOutdated, ExitStatus::updateKeys},
+    {voInet::voInetErrorGuidExists, ExitStatus::newIdentity},
+    {voInet::voInetErrorServerBusy, ExitStatus::busy},
+    {voInet::voInetErrorNoPackage, ExitStatus::noPackage},
+    {voInet::voInetErrorInvalidRequest, ExitStatus::invalidRequest},
+    {voInet::voInetErrorInvalidOption, ExitStatus::usage},
+    {voInet::voInetErrorInvalidArgument, ExitStatus::usage},
+    {voInet::voInetErrorBadOptions, ExitStatus::usage},
+    {voInet::voInetErrorFileNotFound, ExitStatus::notFound},
+    {voInet::voInetErrorLoginIncorrect, ExitStatus::refused},
+    {voInet::voInetErrorProxyAuthRequired, ExitStatus::refused},
+    {voInet::voInetErrorAccessDenied, ExitStatus::refused},
+    {voInet::voInetErrorMaxRetries,
+     ExitStatus::refused},  // credentials that are refused again and again
+    {voInet::voInetErrorProxyNotResolved, ExitStatus::unreachable},
+    {voInet::voInetErrorHostNotResolved, ExitStatus::unreachable},
+    {voInet::voInetErrorTimeout, ExitStatus::unreachable},
+    {voInet::voInetErrorRangeNotSatisfiable, ExitStatus::serverError},
+    {voInet::voInetErrorRangeIgnored, ExitStatus::serverError},
+    {voInet::voInetErrorRangeFailed, ExitStatus::serverError},
+    {voInet::voInetErrorWriteFailed, ExitStatus::localFile},
+    {voInet::voInetErrorLocalFileOpen, ExitStatus::localFile},
+    {voInet::voInetErrorUploadSetup, ExitStatus::localFile},
+    {voInet::voInetErrorPeerVerification, ExitStatus::tls},
+    {voInet::voInetErrorCaCert, ExitStatus::tls},
+    {voInet::voInetErrorSslConnect, ExitStatus::tls},
+};
 
 }  // namespace
 
@@ -76,57 +114,15 @@ const char* exitStatusMeaning(ExitStatus status) {
 }
 
 ExitStatus exitStatusOf(voInet::voInetError result, std::optional<int> replyStatus) {
-    switch (result) {
-        case voInet::voInetErrorSuccess:
-        case voInet::voInetErrorPackageReceived:
-            return ExitStatus::success;
-        case voInet::voInetErrorCancelled:
-        case voInet::voInetErrorShutdown:
-            return ExitStatus::cancelled;
-        case voInet::voInetErrorKeysOutdated:
-            return ExitStatus::updateKeys;
-        case voInet::voInetErrorGuidExists:
-            return ExitStatus::newIdentity;
-        case voInet::voInetErrorServerBusy:
-            return ExitStatus::busy;
-        case voInet::voInetErrorNoPackage:
-            return ExitStatus::noPackage;
-        case voInet::voInetErrorInvalidRequest:
-            return ExitStatus::invalidRequest;
-        case voInet::voInetErrorInvalidOption:
-        case voInet::voInetErrorInvalidArgument:
-        case voInet::voInetErrorBadOptions:
-            return ExitStatus::usage;
-        case voInet::voInetErrorFileNotFound:
-            return ExitStatus::notFound;
-        case voInet::voInetErrorLoginIncorrect:
-        case voInet::voInetErrorProxyAuthRequired:
-        case voInet::voInetErrorAccessDenied:
-        case voInet::voInetErrorMaxRetries:  // Credentials that are refused again and again.
-            return ExitStatus::refused;
-        case voInet::voInetErrorProxyNotResolved:
-        case voInet::voInetErrorHostNotResolved:
-        case voInet::voInetErrorTimeout:
-            return ExitStatus::unreachable;
-        case voInet::voInetErrorFailed:
-            return replyStatus ? kindOfReply(*replyStatus) : ExitStatus::serverError;
-        case voInet::voInetErrorTransferFailed:
-            return kindOfFailedTransfer(replyStatus);
-        case voInet::voInetErrorRangeNotSatisfiable:
-        case voInet::voInetErrorRangeIgnored:
-        case voInet::voInetErrorRangeFailed:
-            return ExitStatus::serverError;
-        case voInet::voInetErrorWriteFailed:
-        case voInet::voInetErrorLocalFileOpen:
-        case voInet::voInetErrorUploadSetup:
-            return ExitStatus::localFile;
-        case voInet::voInetErrorPeerVerification:
-        case voInet::voInetErrorCaCert:
-        case voInet::voInetErrorSslConnect:
-            return ExitStatus::tls;
-        default:
-            return ExitStatus::failed;
+    if (result == voInet::voInetErrorFailed) {
+        return replyStatus ? kindOfReply(*replyStatus) : ExitStatus::serverError;
     }
+    if (result == voInet::voInetErrorTransferFailed) {
+        return kindOfFailedTransfer(replyStatus);
+    }
+    const auto* row = std::find_if(std::begin(kStatusOfResult), std::end(kStatusOfResult),
+                                   [result](const auto& each) { return each.result == result; });
+    return row == std::end(kStatusOfResult) ? ExitStatus::failed : row->status;
 }
 
 }  // namespace voinet_command
