@@ -180,7 +180,6 @@ std::size_t blocksLeft() {
 
 namespace torture = tessaro_com::pkm::voInet::torture;
 
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 
 void* malloc(std::size_t size) {
@@ -218,4 +217,3 @@ void free(void* memory) {
 }
 
 }  // extern "C"
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)
