@@ -75,7 +75,7 @@ class NextMethodScene : public Scene {
   public:
     NextMethodScene() : m_origin(serving("")) {
         wire::TransferSettings settings;
-        settings.hostIp = kOldHost;
+        settings.hostIp = m_nobody.hostAndPort();
         settings.hostFqdn = m_origin.hostAndPort();
         settings.hostNetBios = m_origin.hostAndPort();
         wire::applySettings(m_connection, settings);
@@ -95,6 +95,7 @@ class NextMethodScene : public Scene {
     }
 
   private:
+    wire::RefusingPort m_nobody;
     HttpOrigin m_origin;
     CHttpConnection m_connection;
     bool m_answer = false;
