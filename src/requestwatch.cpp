@@ -29,6 +29,7 @@ std::unique_ptr<MonitoredRequest> monitoredRequest(const CNetConnection& connect
 RequestWatch::RequestWatch(const CNetConnection& connection, RequestPurpose purpose,
                            const std::string& url, std::int64_t rangeStart)
     : m_isDownload(purpose == requestDownload || purpose == requestPrefixCheck),
+      m_asksForFile(m_isDownload && namesFile(url)),
       m_monitored(monitoredRequest(connection, purpose, url, rangeStart)),
       m_outer(watchOfThread) {
     watchOfThread = this;
@@ -53,6 +54,7 @@ void RequestWatch::addMonitorOptions(CURL* handle) {
 
 CURLcode RequestWatch::perform(CURL* handle) {
     m_answer = AnswerHead();
+    m_replies = FtpReplies();
     m_received = 0;
     if (m_monitored != nullptr) {
         m_isStopped = !m_monitored->start(handle) || m_isStopped;
@@ -60,6 +62,9 @@ CURLcode RequestWatch::perform(CURL* handle) {
     CURLcode result = m_isStopped ? CURLE_ABORTED_BY_CALLBACK : curl_easy_perform(handle);
     if (result == CURLE_OK && m_isDownload && m_answer.isCut()) {
         result = CURLE_PARTIAL_FILE;
+    }
+    if (bringsListingForFile()) {
+        result = CURLE_OUT_OF_MEMORY;
     }
     if (m_monitored != nullptr) {
         result = m_isStopped ? CURLE_ABORTED_BY_CALLBACK : result;
@@ -76,12 +81,16 @@ bool RequestWatch::keepsWhatArrived() {
 
 void RequestWatch::takeHeaderLine(std::string_view line) {
     const AnswerHead::Line kind = m_answer.take(line);
+    m_replies.take(line);
     if (m_monitored != nullptr && !m_monitored->takeHeaderLine(kind, line, m_answer)) {
         m_isStopped = true;
     }
 }
 
 bool RequestWatch::takeBody(std::size_t bytes) {
+    if (bringsListingForFile()) {
+        return false;
+    }
     m_received += static_cast<std::int64_t>(bytes);
     if (m_monitored != nullptr && !m_monitored->takeBody(m_received, m_answer)) {
         m_isStopped = true;
