@@ -169,6 +169,10 @@ Ordeal runShort(Shortage shortage, std::size_t first, const std::function<void()
     return ordeal;
 }
 
+std::size_t failuresSoFar() {
+    return ordeal.failures;
+}
+
 std::size_t blocksLeft() {
     isWatching = false;
     return blocks.count();
