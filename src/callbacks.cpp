@@ -80,7 +80,11 @@ unsigned long writeCallback(void* ptr, unsigned long size, int nmemb, void* user
     if (watch != nullptr && !watch->takeBody(bytes)) {
         return 0;
     }
-    return manager == nullptr ? bytes : manager->WriteData(ptr, bytes);
+    if (manager == nullptr) {
+        return bytes;
+    }
+    return watch == nullptr ? manager->WriteData(ptr, bytes)
+                            : watch->writeBody(*manager, ptr, bytes);
 }
 
 unsigned long readCallback(void* ptr, unsigned long size, int nmemb, void* userData) {

@@ -38,6 +38,11 @@ std::string textOf(CURL* handle, CURLINFO info) {
     return isKnown && text != nullptr ? text : "";
 }
 
+/// A stage cannot be later than one that follows it, if that happened.
+std::int64_t earlier(std::int64_t stage, std::int64_t next) {
+    return next > 0 ? std::min(stage, next) : stage;
+}
+
 RequestTimes timesOf(CURL* handle) {
     RequestTimes times;
     times.nameLookedUp = microseconds(handle, CURLINFO_NAMELOOKUP_TIME);
@@ -46,10 +51,10 @@ RequestTimes timesOf(CURL* handle) {
     times.requestSent = microseconds(handle, CURLINFO_PRETRANSFER_TIME);
     times.firstByte = microseconds(handle, CURLINFO_STARTTRANSFER_TIME);
     times.ended = microseconds(handle, CURLINFO_TOTAL_TIME);
-    if (times.firstByte > 0) {
-        // Over FTP libcurl may take the later figure first.
-        times.requestSent = std::min(times.requestSent, times.firstByte);
-    }
+    // Over FTP libcurl's figures for the connection are those of its second one.
+    times.firstByte = std::min(times.firstByte, times.ended);
+    times.requestSent = earlier(times.requestSent, times.firstByte);
+    times.connected = earlier(times.connected, times.requestSent);
     return times;
 }
 

@@ -1,6 +1,7 @@
 #include "requestwatch.h"
 
 #include "monitoredrequest.h"
+#include "voinet/cbmgr.h"
 
 namespace tessaro_com::pkm::voInet {
 
@@ -8,6 +9,10 @@ namespace {
 
 thread_local RequestWatch* watchOfThread = nullptr;
 thread_local bool isThreadStopped = false;
+
+bool isDownload(RequestPurpose purpose) {
+    return purpose == requestDownload || purpose == requestPrefixCheck;
+}
 
 /// CURLOPT_HEADERFUNCTION.
 std::size_t headerCallback(char* line, std::size_t size, std::size_t count, void* watch) {
@@ -28,8 +33,8 @@ std::unique_ptr<MonitoredRequest> monitoredRequest(const CNetConnection& connect
 
 RequestWatch::RequestWatch(const CNetConnection& connection, RequestPurpose purpose,
                            const std::string& url, std::int64_t rangeStart)
-    : m_isDownload(purpose == requestDownload || purpose == requestPrefixCheck),
-      m_asksForFile(m_isDownload && namesFile(url)),
+    : m_purpose(purpose),
+      m_asksForFile(isDownload(purpose) && namesFile(url)),
       m_monitored(monitoredRequest(connection, purpose, url, rangeStart)),
       m_outer(watchOfThread) {
     watchOfThread = this;
@@ -56,11 +61,15 @@ CURLcode RequestWatch::perform(CURL* handle) {
     m_answer = AnswerHead();
     m_replies = FtpReplies();
     m_received = 0;
+    m_block.clear();
     if (m_monitored != nullptr) {
         m_isStopped = !m_monitored->start(handle) || m_isStopped;
     }
     CURLcode result = m_isStopped ? CURLE_ABORTED_BY_CALLBACK : curl_easy_perform(handle);
-    if (result == CURLE_OK && m_isDownload && m_answer.isCut()) {
+    if (!m_block.flush() && result == CURLE_OK) {
+        result = CURLE_WRITE_ERROR;
+    }
+    if (result == CURLE_OK && isDownload(m_purpose) && m_answer.isCut()) {
         result = CURLE_PARTIAL_FILE;
     }
     if (bringsListingForFile()) {
@@ -96,6 +105,12 @@ bool RequestWatch::takeBody(std::size_t bytes) {
         m_isStopped = true;
     }
     return !m_isStopped;
+}
+
+unsigned long RequestWatch::writeBody(CallbackManager& manager, void* bytes, unsigned long size) {
+    // A check keeps no more than 1,024 bytes.
+    return m_purpose == requestDownload ? m_block.take(manager, bytes, size)
+                                        : manager.WriteData(bytes, size);
 }
 
 bool RequestWatch::goesOn() {

@@ -2,6 +2,7 @@
 #define VOINET_SRC_REQUESTWATCH_H
 
 #include "answerhead.h"
+#include "bodyblock.h"
 #include "ftpreplies.h"
 #include "voinet/cnetconnection.h"
 #include "voinet/transfermonitor.h"
@@ -69,8 +70,12 @@ class RequestWatch {
     // Called by curl's callbacks.
 
     void takeHeaderLine(std::string_view line);
-    /// False when the monitor has stopped the request, and for what is not that of the file.
+    /// Counts bytes of the body. False when the monitor has stopped the request, and for what is
+    /// not that of the file.
     bool takeBody(std::size_t bytes);
+    /// Hands bytes of the body on to the manager, those of a download in blocks of their own.
+    /// Returns how many were taken.
+    unsigned long writeBody(CallbackManager& manager, void* bytes, unsigned long size);
     /// False to stop the request.
     bool goesOn();
     /// The proxy that was set on the handle.
@@ -80,10 +85,11 @@ class RequestWatch {
     /// Libcurl asks for the directory when it has no memory for the name of the file in it.
     bool bringsListingForFile() const { return m_asksForFile && m_replies.announceListing(); }
 
-    bool m_isDownload;
+    RequestPurpose m_purpose;
     bool m_asksForFile;
     AnswerHead m_answer;
     FtpReplies m_replies;
+    BodyBlock m_block;
     std::int64_t m_received = 0;
     bool m_isStopped = false;
     std::optional<std::int64_t> m_expectedTotal;

@@ -21,7 +21,7 @@ constexpr std::size_t kBufferSize = std::size_t{16} * 1024;
 
 /// What is no bigger is copied in one go. To share storage or look for holes would save nothing and
 /// cost more.
-constexpr off_t kSmallSize = 16 * 1024;
+constexpr off_t kSmallSize = off_t{16} * 1024;
 
 /// Whether the error says that the kernel cannot copy this way between these files, and nothing
 /// about the files themselves.

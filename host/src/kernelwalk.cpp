@@ -47,10 +47,11 @@ Descriptor openWithoutLinks(const std::string& path, int flags) noexcept {
         errno = ENOSYS;
         return Descriptor();
     }
-    // The call of the C library adds this by itself; the kernel refuses it beside O_PATH.
-    const int largeFile = (flags & O_PATH) != 0 ? 0 : O_LARGEFILE;
-    Descriptor file(
-        uninterrupted([&] { return callKernel(path.c_str(), flags | largeFile | O_CLOEXEC); }));
+    if ((flags & O_PATH) == 0) {
+        // The open of the C library adds this by itself.
+        flags |= O_LARGEFILE;
+    }
+    Descriptor file(uninterrupted([&] { return callKernel(path.c_str(), flags | O_CLOEXEC); }));
     if (!file.isOpen() && errno == ENOSYS) {
         isCallMissing.store(true, std::memory_order_relaxed);
     }

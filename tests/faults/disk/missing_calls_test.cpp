@@ -53,15 +53,15 @@ class MissingCalls : public testing::TestWithParam<std::tuple<Subject, Kernel, A
   protected:
     /// Transfers once and returns the wait status.
     int run(const Site::Transfer& transfer) {
-        const auto& [subject, kernel, answer] = GetParam();
-        const Treatment refusal = {Kind::fail, answer.error};
+        const std::set<std::string>& missing = std::get<Kernel>(GetParam()).missing;
+        const Treatment refusal = {Kind::fail, std::get<Answer>(GetParam()).error};
         site_.prepare(transfer);
         TracedProcess process(site_.roots(), [&](const FileCall& call) {
             if (call.isOnWritable) {
                 site_.noteWritten(call.path);
             }
             made_.insert(call.name);
-            if (kernel.missing.count(call.name) > 0) {
+            if (missing.count(call.name) > 0) {
                 ++refused_;
                 return refusal;
             }

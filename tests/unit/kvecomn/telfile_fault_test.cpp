@@ -681,6 +681,34 @@ TEST_F(CopyFault, DirectoryThatMayNotBeRead_IsBroughtToStorageWithItsFileSystem)
     chmod(closed.c_str(), 0700);
 }
 
+/// A name in the temporary directory, removed at the end.
+class TemporaryName {
+  public:
+    TemporaryName() = default;
+    ~TemporaryName() { std::filesystem::remove(path); }
+    TemporaryName(const TemporaryName&) = delete;
+    TemporaryName& operator=(const TemporaryName&) = delete;
+
+    const std::string path = "/tmp/kvecomn-test-" + std::to_string(getpid());
+};
+
+TEST_F(CopyFault, LinkFromTheTemporaryDirectory_IsFlushedWhereItLeads) {
+    for (const bool isOpenFile : {false, true}) {
+        const int file = open((m_directory / "target").c_str(), O_RDONLY | O_CLOEXEC);
+        const TemporaryName link;
+        std::filesystem::create_symlink(
+            isOpenFile ? "/proc/self/fd/" + std::to_string(file) : m_directory / "target",
+            link.path);
+        {
+            const ActivePlan active({});
+            EXPECT_TRUE(telCopyFile(m_directory / "from", link.path));
+        }
+        close(file);
+        EXPECT_EQ(countOf("fdatasync"), 1) << isOpenFile;
+        EXPECT_EQ(countOf("fsync"), 1) << isOpenFile;
+    }
+}
+
 /// Copies in a process of its own; returns its wait status.
 int copyInChild(const std::string& from, const std::string& to, const FaultPlan& next) {
     const pid_t child = fork();
@@ -832,6 +860,24 @@ TEST_F(FileFault, Fifo_IsOpenedOnce) {
     }
     EXPECT_EQ(countOf("fcntl"), 2) << "it may not wait";
     telCloseHandle(file);
+}
+
+TEST_F(FileFault, FileThatMayWait_IsAllowedTo) {
+    writeText(m_directory / "full", "old");
+    writeText(m_directory / "empty", "");
+    const auto isAllowed = [](const std::string& path, std::uint32_t access) {
+        const ActivePlan active({});
+        telCloseHandle(
+            telCreateFileAW(path, access, telShareNone, telOpenExisting, telAttributeNormal));
+        return countOf("fcntl") == 2;
+    };
+
+    // Some files of the proc file system wait for news. They are empty by their size.
+    EXPECT_TRUE(isAllowed("/proc/version", telGenericRead));
+    EXPECT_TRUE(isAllowed("/dev/null", telGenericRead));
+    EXPECT_TRUE(isAllowed("/dev/null", telGenericWrite));
+    EXPECT_FALSE(isAllowed(m_directory / "full", telGenericRead));
+    EXPECT_FALSE(isAllowed(m_directory / "empty", telGenericWrite));
 }
 
 TEST_F(FileFault, FileThatIsReplacedBetweenTwoLooks_IsTheNewOne) {
