@@ -1,5 +1,8 @@
 #!/usr/bin/env python3
-"""Size and resident memory of the library that was cross-built: powerpc.py BUILD-DIRECTORY SERVER"""
+"""Size and resident memory of the library that was cross-built: powerpc.py BUILD-DIRECTORY SERVER
+
+Ends with 1 when the library is larger than its limit.
+"""
 
 import os
 import re
@@ -10,6 +13,7 @@ import tempfile
 
 DOWNLOAD_MIB = 16
 ROUNDS = 5
+LIBRARY_SIZE_LIMIT_KIB = 200
 
 
 def emulator(build):
@@ -54,8 +58,13 @@ def show_library(build, directory):
     needed = re.findall(r"\(NEEDED\).*\[(.*)\]", subprocess.run(
         ["readelf", "--dynamic", "--wide", library], check=True, stdout=subprocess.PIPE,
         text=True).stdout)
-    print(f"| `libvoinet.so.4`, stripped | {os.path.getsize(stripped) / 1024:.1f} KiB |")
+    size = os.path.getsize(stripped) / 1024
+    fits = size <= LIBRARY_SIZE_LIMIT_KIB
+    verdict = "ok" if fits else "EXCEEDED"
+    limit = f"limit {LIBRARY_SIZE_LIMIT_KIB} KiB: {verdict}"
+    print(f"| `libvoinet.so.4`, stripped | {size:.1f} KiB, {limit} |")
     print(f"| needs | {', '.join(f'`{name}`' for name in needed)} |")
+    return fits
 
 
 def show_memory(build, server, directory):
@@ -87,9 +96,10 @@ def main():
     build, server = sys.argv[1:]
     print("| 32-bit PowerPC | |\n|---|---|")
     with tempfile.TemporaryDirectory() as directory:
-        show_library(build, directory)
+        fits = show_library(build, directory)
         show_memory(build, server, directory)
+    return 0 if fits else 1
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

@@ -4,4 +4,4 @@
 
 need_packages "${build_packages[@]}" "${bench_packages[@]}"
 build_preset bench
-python3 "$project_root/bench/run.py" "$project_root/build/bench" "$@"
+python3 -B "$project_root/bench/run.py" "$project_root/build/bench" "$@"

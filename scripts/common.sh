@@ -30,7 +30,9 @@ cross_packages=(
 # What the fuzz targets need on top.
 fuzz_packages=(clang libclang-rt-14-dev)
 # What the benchmarks need on top.
-bench_packages=(binutils curl nginx-light python3 time valgrind vsftpd)
+bench_packages=(binutils curl nginx-light python3 strace time valgrind vsftpd)
+# What the plot of the growth needs on top.
+plot_packages=(python3-matplotlib wget)
 
 say() { printf '%s\n' "$*"; }
 

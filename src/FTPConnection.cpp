@@ -5,6 +5,7 @@
 #include "download.h"
 #include "logon.h"
 #include "logtag.h"
+#include "proxyoptions.h"
 #include "setuphandle.h"
 #include "urls.h"
 #include "voinet/INetUtils.h"
@@ -82,7 +83,7 @@ void takeToAlternateProxy(CNetConnection& connection, CallbackManager& manager, 
     manager.Flush();
     bAltProxyused = true;
     std::string proxy;
-    connection.setAlternateProxy(handle, proxy);
+    useAlternateProxy(connection, handle, proxy);
     voinet_Loginfo(kLogTag, "Using Alternate proxy server: %s ", proxy.c_str());
 }
 

@@ -108,7 +108,7 @@ class DownloadAttempt {
         }
         if (m_connection.m_bAllowUserToConfigureProxy &&
             (sharedState.bAltProxyused || sharedState.bNoProxyFound)) {
-            m_connection.setAlternateProxy(m_handle, m_proxy);
+            useAlternateProxy(m_connection, m_handle, m_proxy);
             voinet_Loginfo(kLogTag, "Using alternate proxy server: %s ", m_proxy.c_str());
             sharedState.bAltProxyused = true;
         }

@@ -5,7 +5,6 @@
 #include "logtag.h"
 #include "proxyoptions.h"
 #include "requestwatch.h"
-#include "voinet/INetUtils.h"
 #include "voinet/log.h"
 
 #include <algorithm>
@@ -244,16 +243,7 @@ bool CNetConnection::setAutoDetectProxy(void* curl, std::string& /*proxy*/,
 }
 
 bool CNetConnection::setAlternateProxy(void* curl, std::string& proxy) {
-    if (curl == nullptr) {
-        return false;
-    }
-    return withoutExceptionsOr(false, [&] {
-        proxy = setProxy(curl, unicode_to_utf8(m_strProxy), m_nProxyPort);
-        if (m_bAltUseProxyAuthentication) {
-            setProxyCredentials(curl, m_strAltProxyUserPwd_utf8_rep);
-        }
-        return true;
-    });
+    return withoutExceptionsOr(false, [&] { return useAlternateProxy(*this, curl, proxy); });
 }
 
 }  // namespace tessaro_com::pkm::voInet

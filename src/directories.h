@@ -11,9 +11,9 @@ namespace tessaro_com::pkm::voInet {
 /// What became of the last directory that makeDirectoriesOf had to make.
 enum class LastDirectory { none, made, failed };
 
-/// Makes the directory in front of every "/" of `path` whose index is greater than 3, so short top
-/// directories such as "/tmp" without its slash are taken for granted. A directory that exists
-/// already counts as failed.
+/// Makes the directory in front of every "/" of `path` whose index is greater than 3, so the first
+/// directories of a path with short names, such as "/a/b/", are taken for granted. A directory that
+/// exists already counts as failed.
 ///
 /// `path` is the only memory that it takes: once it runs, it does not stop half way for want of it.
 inline LastDirectory makeDirectoriesOf(std::string path) {

@@ -27,7 +27,7 @@ static_assert(sizeof(off_t) == 8, "compile with _FILE_OFFSET_BITS=64");
 constexpr std::size_t kStepSize = 512;
 
 /// Bytes that one read and one write of a regular file move, a whole number of steps.
-constexpr std::size_t kBlockSize = 32768;
+constexpr std::size_t kBlockSize = 49152;
 static_assert(kBlockSize % kStepSize == 0);
 
 /// Bytes compared at the end of a partial file.

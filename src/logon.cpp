@@ -3,6 +3,7 @@
 #include "curlhandle.h"
 #include "logtag.h"
 #include "proxybypass.h"
+#include "proxyoptions.h"
 #include "requestwatch.h"
 #include "saturate.h"
 #include "setuphandle.h"
@@ -87,7 +88,7 @@ voInetError probeServer(CNetConnection& connection, const std::string& url,
     Probe probe = performProbe(handle.get(), watch, CURLINFO_RESPONSE_CODE);
     if (probe.hasFailed() && connection.m_bAllowUserToConfigureProxy && !watch.isStopped()) {
         setProbeOptions(handle.get(), url);
-        connection.setAlternateProxy(handle.get(), proxyUsed);
+        useAlternateProxy(connection, handle.get(), proxyUsed);
         probe = performProbe(handle.get(), watch, alternateStatus);
     }
     return probe.result();

@@ -6,7 +6,6 @@
 #include "saturate.h"
 
 #include <algorithm>
-#include <cmath>
 
 // A libcurl that lacks the function, which is possible for one that was cut down, leaves it null.
 extern "C" const char* curl_easy_strerror(CURLcode result) __attribute__((weak));
@@ -29,7 +28,7 @@ double figure(CURL* handle, CURLINFO info) {
 
 std::int64_t microseconds(CURL* handle, CURLINFO info) {
     constexpr double kPerSecond = 1e6;
-    return std::llround(figure(handle, info) * kPerSecond);
+    return saturate<std::int64_t>(figure(handle, info) * kPerSecond);
 }
 
 std::string textOf(CURL* handle, CURLINFO info) {

@@ -1,6 +1,8 @@
 #ifndef VOINET_SRC_PROXYOPTIONS_H
 #define VOINET_SRC_PROXYOPTIONS_H
 
+#include "voinet/transferitf.h"
+
 #include <curl/curl.h>
 
 #include <string>
@@ -15,6 +17,10 @@ std::string setProxy(CURL* handle, const std::string& host, int port);
 
 /// Sets user name, ":" and password, for any method of authentication.
 void setProxyCredentials(CURL* handle, const std::string& userAndPassword);
+
+/// What CNetConnection::setAlternateProxy does, for callers inside of the library: throws
+/// std::bad_alloc, so that no request is made without the proxy for want of memory.
+bool useAlternateProxy(const TransferItf& settings, CURL* handle, std::string& proxy);
 
 }  // namespace tessaro_com::pkm::voInet
 

@@ -55,7 +55,7 @@ constexpr ResultText kResultTexts[] = {
     RESULT_TEXT(voInetErrorTransferFailed, "the transfer failed"),
     RESULT_TEXT(voInetErrorPeerVerification, "the server's certificate failed verification"),
     RESULT_TEXT(voInetErrorCaCert,
-                "the CA certificate file is unusable or does not know the server's issuer"),
+                "the CA certificate file does not vouch for the server's certificate"),
     RESULT_TEXT(voInetErrorSslConnect, "the TLS handshake failed"),
     RESULT_TEXT(voInetErrorNotSupported, "the protocol does not offer plain uploads"),
     RESULT_TEXT(voInetErrorInvalidRequest, "the server calls the request invalid (HTTP 400)"),

@@ -1,5 +1,5 @@
 // An exchange with the library: library_upload HOST:PORT REQUEST-FILE RESPONSE-FILE
-#include "voinet/voinet.h"
+#include "quiethost.h"
 
 #include <cstdio>
 
@@ -10,6 +10,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: library_upload HOST:PORT REQUEST-FILE RESPONSE-FILE\n");
         return 2;
     }
+    dropLogLines();
     VoInetItfFactory factory;
     TransferItf* transfer = factory.CreateInterface(voInetProtocolHttp);
     transfer->SetOption(voInetOptionSite, utf8_to_unicode("bench"));

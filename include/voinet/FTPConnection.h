@@ -12,19 +12,21 @@ class CallbackManager;
 
 /// FTP, anonymous or with a user name and password, directly or through an HTTP proxy. No uploads.
 ///
-/// Through a proxy an answer of exactly 400 counts as a download, so a proxy's error page can land
-/// in the file: a host verifies what it downloads.
+/// Through a proxy every answer with a status up to 400 counts as a download, so a proxy's error
+/// page can land in the file: a host verifies what it downloads. An answer of 200 to a ranged
+/// request, or of 206 with another part, makes a download start over.
 ///
-/// Threads: besides the rule of TransferItf, the proxy flags of downloads are shared by all FTP
-/// objects of the process (not with HTTP) and are not locked; that is intended. A download that
-/// starts while another one is inside its fall-back to the alternate proxy fails, so a host runs
-/// one after the other.
+/// Threads: besides the rule of TransferItf, a proxy flag of downloads is shared by all FTP objects
+/// of the process (not with HTTP) and is not locked; that is intended. A download that starts while
+/// another one is inside its fall-back to the alternate proxy fails, so a host runs one after the
+/// other.
 class VOINET_API CFtpConnection : public CNetConnection {
   public:
     CFtpConnection();
     ~CFtpConnection() override;
 
-    /// True with a site, an active host, a port of at least 1 and a user name.
+    /// True with a site, an active host, a port of at least 1 and a user name; so false before a
+    /// logon, which chooses the host and fills in a user name.
     bool CheckOptions() const override;
 
     /// Connects and logs in without transferring a file. An empty user name becomes "anonymous",
@@ -41,7 +43,8 @@ class VOINET_API CFtpConnection : public CNetConnection {
     voInetError LogOut() override;
 
     /// See TransferItf::DownloadFile. Backslashes in the remote name count as "/". A reply of 550
-    /// gives voInetErrorFileNotFound, any other above 400 voInetErrorFailed.
+    /// gives voInetErrorFileNotFound, any other above 400 voInetErrorFailed. A download that starts
+    /// over reports no progress, and so cannot be stopped by its sink.
     voInetError DownloadFileWithConnSpec(const voInetConnMethod& method,
                                          const std::wstring& localFile,
                                          const std::wstring& remoteFile, CNetSessionSink* sink,
@@ -53,7 +56,7 @@ class VOINET_API CFtpConnection : public CNetConnection {
                                        const std::wstring& destination,
                                        CNetSessionSink* sink) override;
 
-    /// Always voInetErrorFailed; not the code of UploadFileWithConnSpec, on purpose.
+    /// Always voInetErrorFailed; not the code of UploadFileWithConnSpec: intended.
     voInetError UploadFileResponseWithConnSpec(const voInetConnMethod& method,
                                                const std::wstring& requestFile,
                                                const std::wstring& serverPath,

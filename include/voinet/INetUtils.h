@@ -24,12 +24,12 @@ VOINET_API void CreateTempFileName(std::string* out);
 VOINET_API void CreateTempFileName(std::wstring* out);
 /// @}
 
-/// Makes the directories that `path` names up to its last "/", mode 0700, except those whose "/"
-/// stands within the first four characters.
+/// Makes the directories that `path` names up to its last "/", mode 0700, as
+/// CallbackManager::MakeRecursiveDir does.
 ///
 /// @return true when the last directory could *not* be made (it exists already, for instance);
 ///         false when it was made, when none had to be, and for null. The opposite of
-///         CallbackManager::MakeRecursiveDir, on purpose.
+///         CallbackManager::MakeRecursiveDir; intended.
 VOINET_API bool MakeLocalRecursiveDirectory(const char* path);
 
 /// @{
@@ -46,7 +46,7 @@ VOINET_API std::wstring utf8_to_unicode(const std::string& utf8);
 /// @}
 
 /// The host of a URL: without scheme, path and port. An IPv6 address loses its brackets, but only
-/// with a port behind them: without one the last group goes instead, on purpose.
+/// with a port behind them: without one the last group goes instead; intended.
 VOINET_API std::string canonicalize(const std::string& url);
 
 /// @{

@@ -14,13 +14,15 @@ struct TelFile;
 
 namespace tessaro_com::pkm::voInet {
 
-/// What curl's callbacks of one transfer talk to. A download writes into a temporary copy of the
-/// local file, which FinishTransfer puts in place of it; so the local file is the old one until
-/// then. In prefix-check mode nothing is written: the first 1,024 bytes that arrive are compared
-/// with those of the local file at the start position.
+/// What curl's callbacks of one transfer talk to. A download writes into a temporary file, which
+/// FinishTransfer puts in place of the local file; so the local file is the old one until then. It
+/// is empty at first from the start on, and a copy of the local file when one is resumed. In
+/// prefix-check mode nothing is written and there is no temporary file: the first 1,024 bytes that
+/// arrive are compared with those of the local file at the start position.
 ///
 /// It owns the open file and the temporary file, and removes the latter when it is destroyed. The
-/// sink is the caller's. One thread at a time. Failures of files show as short counts.
+/// sink is the caller's. One thread at a time. Failures of files show as short counts; without
+/// memory the constructor throws std::bad_alloc.
 class VOINET_API CallbackManager {
   public:
     enum TransferType {
@@ -73,20 +75,24 @@ class VOINET_API CallbackManager {
     /// UTF-8; belongs to the manager.
     const char* GetRemoteUrl() const;
 
-    /// Prepares the same transfer to be made once more: drops what has arrived. False for an
-    /// upload.
+    /// Prepares the same transfer to be made once more: drops what has arrived. False for an upload
+    /// and when memory runs out; nothing can be written then.
     bool Flush();
 
-    /// Puts the temporary file in place of the local file, making its parent directories, and goes
-    /// back to the start position. True for a download whether or not the replacement succeeded:
-    /// the host library reports a failure to the log and leaves the old file. False for an upload.
+    /// Puts the temporary file in place of the local file, making its parent directories as
+    /// MakeRecursiveDir does, and goes back to the start position. True for a download whether or
+    /// not the replacement succeeded: the host library reports a failure to the log and leaves the
+    /// old file. False for an upload.
     ///
-    /// From position 0 a fresh, empty temporary file stays until the manager is destroyed.
+    /// From position 0 a fresh, empty temporary file stays until the manager is destroyed. In
+    /// prefix-check mode nothing is replaced.
     bool FinishTransfer();
 
-    /// Makes the directories that `path` names up to its last "/", mode 0700, except those whose
-    /// "/" stands within the first four characters. False only when the last directory could not be
-    /// made, be it that it exists. Null is true.
+    /// Makes the directories that `path` names up to its last "/", mode 0700. A "/" within the
+    /// first four characters is passed over: a missing first directory of up to three letters
+    /// ("abc/file"), or of up to two at the root ("/ab/file"), is not made. False only when the
+    /// last directory could not be made, be it that it exists, or when memory runs out. Null is
+    /// true.
     bool MakeRecursiveDir(const char* path);
 
   private:

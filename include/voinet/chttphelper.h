@@ -14,15 +14,15 @@ class CNetConnection;
 /// credentials, IPv6 scope, callbacks, stall detection, redirects. The protocols add the rest.
 ///
 /// It reads the connection's settings at each call and owns nothing; the connection must outlive
-/// it. Curl's results are not looked at here: a handle that could not be made or configured shows
-/// when it is used.
+/// it.
 class VOINET_API CConnectionHelper {
   public:
     explicit CConnectionHelper(CNetConnection* connection);
 
-    /// Makes a handle and stores it in `*handleOut`, null when curl had none. The caller frees it
-    /// with FreeCurlHandle. `manager` receives curl's callbacks and must outlive the handle's
-    /// transfers; null makes them harmless. A null `handleOut` does nothing.
+    /// Makes a handle and stores it in `*handleOut`, null when curl had none or when memory for a
+    /// part of it (such as the proxy) is missing. The caller frees it with FreeCurlHandle.
+    /// `manager` receives curl's callbacks and must outlive the handle's transfers; null makes them
+    /// harmless. A null `handleOut` does nothing.
     void SetupCurlHandle(void** handleOut, CallbackManager* manager);
 
     /// Frees a handle; null is ignored.
@@ -31,7 +31,7 @@ class VOINET_API CConnectionHelper {
     /// Builds the path part of a URL from the relative path of the settings and `path`, with a "/"
     /// before each. A relative path that begins with "/" gives a doubled slash; intended.
     ///
-    /// @return 0, or -1 for an empty `path`, with `urlPath` untouched.
+    /// @return 0; -1 for an empty `path` and -11 when memory runs out, with `urlPath` untouched.
     int PrependRelativePathIfRequired(std::string& urlPath, const std::string& path);
 
   private:

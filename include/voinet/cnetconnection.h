@@ -66,12 +66,12 @@ class VOINET_API CNetConnection : public TransferItf {
                                           unsigned int timeoutSeconds) = 0;
 
     /// Makes the given host, its UTF-8 twin and port the active ones, and `method` the current
-    /// form. Always true.
+    /// form. False, with nothing changed, only when memory runs out.
     bool SetActiveHostSettings(const voInetConnMethod& method, const std::wstring& host,
                                const std::string& hostUtf8, int port);
 
     /// Makes the configured host and port of `method` the active ones. False, with nothing changed,
-    /// when that form is not configured.
+    /// when that form is not configured or memory runs out.
     bool ApplyHostInformation(const voInetConnMethod& method);
 
     /// True when `method` is the current form and is configured.
@@ -96,9 +96,10 @@ class VOINET_API CNetConnection : public TransferItf {
     /// platform: always false, with the handle and `proxy` untouched.
     bool setAutoDetectProxy(void* curl, std::string& proxy, const std::wstring& url);
 
-    /// Sets the configured proxy on the handle, with the alternate credentials when there are any
-    /// and with the handle's own otherwise. `proxy` receives the proxy's host as handed to curl
-    /// (an IPv6 address in brackets). False, with nothing done, for a null handle.
+    /// Sets the configured proxy on the handle, whatever m_bUseProxy says, with the alternate
+    /// credentials when there are any and with the handle's own otherwise. `proxy` receives the
+    /// proxy's host as handed to curl (an IPv6 address in brackets). False for a null handle and
+    /// when memory runs out.
     bool setAlternateProxy(void* curl, std::string& proxy);
 
     /// The two arguments of the latest Logon.

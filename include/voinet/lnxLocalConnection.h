@@ -29,9 +29,9 @@ class VOINET_API CLocalConnection : public TransferItf {
     ///         file by whatever names and links: nothing is opened or changed then.
     ///         voInetErrorFileNotFound when the source cannot be opened (the target is then left
     ///         empty, since it is opened first), voInetErrorLocalFileOpen when the target cannot,
-    ///         voInetErrorFailed when one of them cannot be positioned (a FIFO) or the sink threw,
-    ///         voInetErrorWriteFailed, voInetErrorOutOfMemory. A failed copy leaves what was
-    ///         written.
+    ///         voInetErrorFailed when one of them cannot be positioned (a FIFO, whose opening waits
+    ///         for its other end before) or the sink threw, voInetErrorWriteFailed,
+    ///         voInetErrorOutOfMemory. A failed copy leaves what was written.
     voInetError DownloadFile(const std::wstring& localFile, const std::wstring& remoteFile,
                              CNetSessionSink* sink, long* resumeOffset, bool& resume,
                              const bool& useCache) override;
@@ -54,7 +54,7 @@ VOINET_API bool getFileSize(const std::string& path, unsigned long& size);
 
 /// Whether the partial file `target` could be continued from `source`; then `offset` is the size of
 /// `target`. True for every readable target of at least 1,024 bytes that is no larger than the
-/// source: the bytes that are compared are both the target's own, on purpose.
+/// source: the bytes that are compared are both the target's own; intended.
 VOINET_API bool isResumable(const std::string& target, const std::string& source,
                             unsigned long& offset);
 

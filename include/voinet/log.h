@@ -14,7 +14,7 @@ VOINET_API void voinet_Loginfo(const char* module, const char* format, ...)
 /// At detail level.
 VOINET_API void voinet_LoginfoDebug(const char* module, const char* format, ...)
     VOINET_PRINTF_CHECK(2, 3);
-/// At information level on purpose: the host's log has no warnings.
+/// At information level: the host's log has no warnings.
 VOINET_API void voinet_LogWarn(const char* module, const char* format, ...)
     VOINET_PRINTF_CHECK(2, 3);
 VOINET_API void voinet_LogError(const char* module, const char* format, ...)

@@ -27,7 +27,8 @@ class VOINET_API CNetSessionSink {
     /// @param siteText2   the active host; "127.0.0.1" for a local copy.
     /// @param remoteUrl   URL of the remote file; for a local copy the file name as the caller gave
     ///                    it.
-    /// @param goOn        true on entry; set it to false to stop the transfer.
+    /// @param goOn        true on entry, but for status 15, where it is false; set it to false to
+    ///                    stop the transfer. In the last report (4, 11, 15) it changes nothing.
     ///
     /// Calls are not throttled: a local copy calls once for every 512 bytes, a network transfer as
     /// often as curl does. An exception thrown here does not cross the library; it stops the

@@ -16,7 +16,7 @@ namespace tessaro_com::pkm::voInet {
 /// @{
 /// True when the proxy is not to be used for `host`: when an entry of `list` resolves to one of the
 /// host's addresses, or when `bypassLocal` is set and the host is a single-label name (no ".", no
-/// ":"; a path that stands behind the host counts as well, on purpose).
+/// ":"; a path that stands behind the host counts as well; intended).
 ///
 /// @param host  a host name or address, or a URL.
 /// @param list  entries separated by any of ",; \t\n\r"; no wildcards, no key words. The wide form

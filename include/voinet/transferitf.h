@@ -26,8 +26,9 @@ struct CProxyParams {
     int m_nHttpProxyPort = 0;
     int m_nFtpProxyPort = 0;
     /// Allows the alternate credentials, and the second attempt through the proxy with them. As no
-    /// system proxy is ever found on this platform, the alternate credentials are applied to the
-    /// first request of an HTTP download already.
+    /// system proxy is ever found on this platform, the proxy with the alternate credentials is
+    /// applied to the first request of an HTTP download already, and to a logon or an FTP download
+    /// after a failure: also for hosts that are exempt from the proxy.
     bool m_bAllowUserToConfigureProxy = false;
     /// Hosts with a single-label name (no dot, no colon) do not use the proxy.
     bool m_bBypassLocal = false;
@@ -71,23 +72,28 @@ struct CProxyParams {
 /// number of objects.
 ///
 /// Results: operations return a voInetError and never throw; a failing SetOption changes nothing.
+/// Where memory is missing, also for a part of a request (a header line, the range, the first
+/// proxy, the CA file), the result is voInetErrorOutOfMemory, and the request is not made without
+/// the part.
 ///
 /// Binary interface: the order of the virtual operations and of the settings members is fixed.
 class VOINET_API TransferItf {
   public:
     TransferItf();
 
-    /// True when the settings suffice for this protocol.
+    /// True when the settings suffice for this protocol. Over HTTP and FTP it wants an active host,
+    /// which a logon (or an exchange) chooses: before that it is false and says nothing. A local
+    /// copy says false at any time.
     virtual bool CheckOptions() const = 0;
 
     virtual ~TransferItf();
 
     /// Downloads one file.
     ///
-    /// @param localFile     the local file, first; it is replaced only by a complete download (or
-    ///                      by what had arrived when the sink stopped it). Its missing parent
-    ///                      directories are made. A local copy writes into it directly and makes no
-    ///                      directories.
+    /// @param localFile     the local file, first; it is replaced by a complete download, or by
+    ///                      what had arrived (see below). Its missing parent directories are made,
+    ///                      except a short first one (CallbackManager::MakeRecursiveDir). A local
+    ///                      copy writes into it directly and makes no directories.
     /// @param remoteFile    the remote file's name, relative to the relative path of the settings.
     ///                      A blank ends it in the URL.
     /// @param sink          receives the progress; not owned. Null means no progress.
@@ -101,8 +107,16 @@ class VOINET_API TransferItf {
     /// @param resume        a local copy sets it to false; otherwise not touched.
     /// @param useCache      false asks HTTP caches on the way not to answer (pragma: no-cache).
     ///
-    /// A partial local file comes from a transfer that the sink cancelled; a broken connection
-    /// leaves the local file as it was.
+    /// A download starts over once when the server has no such range (416), sends the whole file,
+    /// or says in a Content-Range that it sends another part than the one asked for.
+    ///
+    /// A partial local file comes from a download that was cancelled (voInetErrorCancelled) by the
+    /// sink or the monitor, or that failed when the monitor keeps what arrived; without such a
+    /// monitor a broken connection leaves the local file as it was. Nothing is put in place of a
+    /// cancelled download that had started over, nor of an answer that is not the part asked for;
+    /// over HTTP nothing either before an answer of 200 or 206.
+    ///
+    /// An HTTP answer that ends within its header lines is voInetErrorTransferFailed.
     ///
     /// Failure of the last step, the replacement of the local file, is not part of the result; the
     /// host library writes an error line for it and leaves the old file in place.
@@ -111,7 +125,8 @@ class VOINET_API TransferItf {
                                      const bool& useCache) = 0;
 
     /// Plain upload; no protocol offers it. Answers voInetErrorNotSupported (HTTP, FTP) or
-    /// voInetErrorNotImplemented (UNC, local).
+    /// voInetErrorNotImplemented (UNC, local). Over HTTP and FTP it first logs on to the host forms
+    /// behind the active one, as after any failure.
     virtual voInetError UploadFile(const std::wstring& source, const std::wstring& destination,
                                    CNetSessionSink* sink) = 0;
 
@@ -121,19 +136,32 @@ class VOINET_API TransferItf {
     /// @param serverPath    the path on the server, appended to host and port as it is: begin it
     ///                      with "/".
     /// @param responseFile  the local file for the answer's body. It is emptied before anything is
-    ///                      sent and keeps whatever arrives, whatever the status.
+    ///                      sent and keeps whatever arrives, whatever the status. The request file
+    ///                      itself, by whatever name, answers voInetErrorInvalidArgument.
     /// @param sink          not used.
+    ///
+    /// The request is posted to the IP-address form and, after every result for which
+    /// CNetConnection::ShouldUseNextConnectionMethodForUploading is true (but
+    /// voInetErrorKeysOutdated), once more to the next form if that is configured: also after a
+    /// refusal (400, 403, 404), and after an answer that could not be stored
+    /// (voInetErrorWriteFailed). So a server may get a request up to three times.
     ///
     /// @return voInetErrorPackageReceived, voInetErrorServerBusy, voInetErrorNoPackage and
     ///         voInetErrorSuccess (a status without a meaning of its own, and also: no IP-address
-    ///         form is configured, so nothing was sent) are answers; negative values are failures.
+    ///         form is configured, so nothing was sent) are answers of the server. Nothing was sent
+    ///         for voInetErrorShutdown (CHttpConnection::m_bShutdown), voInetErrorNotImplemented
+    ///         (UNC, local) and over FTP, which answers voInetErrorFailed. voInetErrorCancelled is
+    ///         a stop by the monitor. Negative values are failures: a server's certificate that is
+    ///         refused is voInetErrorCaCert (libcurl 7.62 and later), and a CA file that is missing
+    ///         or none is voInetErrorTransferFailed.
     virtual voInetError UploadFileResponse(const std::wstring& requestFile,
                                            const std::wstring& serverPath,
                                            const std::wstring& responseFile,
                                            CNetSessionSink* sink) = 0;
 
     /// Tries the configured host forms (IP address, fully qualified name, NetBIOS name) in turn
-    /// until one answers. With none configured it answers success without trying anything.
+    /// until one answers; lack of memory for one does not keep it from the next. With none
+    /// configured it answers success without trying anything.
     ///
     /// @param useTimeout  limits the time for connecting to timeoutSeconds (1 to 2,147,483) and
     ///                    makes every later handle of this object only connect, those of downloads
@@ -193,7 +221,8 @@ class VOINET_API TransferItf {
     std::wstring m_strAltProxyUserName;
     std::wstring m_strAltProxyPassword;
     /// A proxy record was applied. A logon to a host that is exempt from the proxy clears it for
-    /// the rest of the object's life, with m_bUseProxyAuthentication and m_bUseIEConfig.
+    /// the rest of the object's life, with m_bUseProxyAuthentication and m_bUseIEConfig. The
+    /// alternate proxy is applied all the same where m_bAllowUserToConfigureProxy is set.
     bool m_bUseProxy = false;
     /// User name, ":" and password of the proxy.
     std::wstring m_strProxyUserPwd;
@@ -236,7 +265,7 @@ class VOINET_API TransferItf {
     /// Path of the repository on the server, or the repository's local directory.
     std::wstring m_strRelativePath;
     /// Stored and dumped only. The UTF-8 twin starts empty and stays so until the option is set; it
-    /// is not derived from this default, on purpose.
+    /// is not derived from this default: intended.
     std::wstring m_strUserAgent = L"Tessaro AutoUpdate";
     /// Use the SSL port, and HTTPS for uploads with response.
     bool m_bUseSSL = false;

@@ -101,8 +101,8 @@ struct TransferLimits {
 /// afterwards. The records are valid during the call only. A monitor may not start transfers, set
 /// another monitor or destroy itself in a call.
 ///
-/// An exception thrown here ends the request as GoesOn answering false does; it does not cross the
-/// library.
+/// An exception thrown here ends the request as GoesOn answering false does (in KeepsWhatArrived it
+/// counts as false); it does not cross the library.
 class VOINET_API TransferMonitor {
   public:
     virtual ~TransferMonitor();
@@ -121,13 +121,15 @@ class VOINET_API TransferMonitor {
 
     /// Asked at least once a second while a request is under way, in logons and exchanges too; not
     /// while a name is looked up by a libcurl that blocks in it. False ends the request as a sink's
-    /// stop does: the result is voInetErrorCancelled, and a download commits what has arrived. No
-    /// other request is made for the operation.
+    /// stop does: the result is voInetErrorCancelled, and a download commits what has arrived by
+    /// the rules of TransferItf::DownloadFile. No other request is made for the operation.
     virtual bool GoesOn();
 
     /// Asked when the transfer of a download failed after an answer of 200 or 206 (FTP: after data
-    /// came) and something arrived. True commits it as a cancelled download is; the result stays
-    /// what it is. The rest can be fetched with a resume.
+    /// came) and something of what was asked for arrived; not for one that was stopped. True
+    /// commits it; the result stays what it is. The rest can be fetched with a resume. Of a
+    /// download that had started over (rangeStart is 0 then) the head takes the place of the
+    /// partial file.
     virtual bool KeepsWhatArrived(const RequestRecord& request);
 
     /// Asked when a handle is set up, once for all requests that are made with it. Negative values

@@ -22,10 +22,11 @@ enum voInetError : std::int32_t {
     /// HTTP 416 to a ranged request. A download restarts from byte 0 on it, so callers see it only
     /// when the restart meets it again.
     voInetErrorRangeNotSatisfiable = 4,
-    /// The server sent the whole file to a ranged request. A download restarts from byte 0 on it.
+    /// The server sent the whole file, or another part, to a ranged request. A download restarts
+    /// from byte 0 on it, so callers see it only when the restart meets it again.
     voInetErrorRangeIgnored = 6,
-    /// The caller's progress sink asked to stop. Positive on purpose: the fall-back rules do not
-    /// try another host form after the user stopped a transfer.
+    /// The caller's progress sink or the thread's monitor asked to stop. Positive: the fall-back
+    /// rules do not try another host form after the user stopped a transfer.
     voInetErrorCancelled = 7,
     /// Upload with response: the server sent a package (HTTP 200).
     voInetErrorPackageReceived = 8,
@@ -49,7 +50,8 @@ enum voInetError : std::int32_t {
     voInetErrorMaxRetries = -2,
     /// SetOption: this overload does not accept the option.
     voInetErrorInvalidOption = -3,
-    /// An empty file name, or an unusable option value.
+    /// An empty file name, an unusable option value, or one file for both ends of a copy or an
+    /// exchange.
     voInetErrorInvalidArgument = -4,
     /// The remote or source file does not exist.
     voInetErrorFileNotFound = -5,
@@ -81,9 +83,11 @@ enum voInetError : std::int32_t {
     voInetErrorTimeout = -60,
     /// Any other transfer failure.
     voInetErrorTransferFailed = -88,
-    /// The server's certificate failed verification.
+    /// The server's certificate failed verification, as libcurl before 7.62 says it (51). Newer
+    /// ones never say so.
     voInetErrorPeerVerification = -89,
-    /// Problem with the CA certificate file or path.
+    /// The server's certificate could not be verified (60): the CA file does not lead to it, it has
+    /// expired, and so on. A CA file that cannot be used at all is voInetErrorTransferFailed.
     voInetErrorCaCert = -91,
     /// The TLS handshake failed.
     voInetErrorSslConnect = -92,

@@ -12,7 +12,7 @@ enum voInetProtocol : int {
     voInetProtocolUnc = 2,
     /// A repository in a local or mounted directory.
     voInetProtocolLocal = 3,
-    /// No protocol; the factory answers null for it. A UNC object reports it, on purpose.
+    /// No protocol; the factory answers null for it. A UNC object reports it; intended.
     voInetProtocolNone = 4,
 };
 

@@ -10,9 +10,9 @@ namespace tessaro_com::pkm::voInet {
 
 /// The library's entry point. Factories are cheap and share one creator for the whole process.
 ///
-/// Any thread may make and use a factory: the creator is built under the language's guarded
-/// initialisation, and although the pointer to it is not, every thread stores the same address
-/// there.
+/// Threads: the first factory of the process is made before there is a second thread. Two first
+/// ones at a time are a data race: both store the pointer to the creator, without a lock. After it
+/// any thread may make and use factories; initialize() may be called by any thread at any time.
 class VOINET_API VoInetItfFactory {
   public:
     VoInetItfFactory();

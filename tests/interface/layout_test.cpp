@@ -7,6 +7,7 @@
 #include "voinet/chttphelper.h"
 #include "voinet/lnxLocalConnection.h"
 #include "voinet/lnxuncconnection.h"
+#include "voinet/transfermonitor.h"
 #include "voinet/voitffactory.h"
 
 #include <gtest/gtest.h>
@@ -98,6 +99,49 @@ static_assert(std::is_standard_layout_v<CProxyParams>);
 static_assert(kProxyFields.size() == 24);
 static_assert(firstMoved(kProxyFields, 0) == kProxyFields.size());
 static_assert(sizeof(CProxyParams) == alignedTo(alignof(CProxyParams), endOf(kProxyFields)));
+
+#define FIELD(type, name) \
+    fieldAt<type, decltype(RequestRecord::name)>(offsetof(RequestRecord, name))
+
+/// Those that hosts know; later ones may follow them.
+constexpr std::array kRecordFields{
+    FIELD(voInetProtocol, protocol),
+    FIELD(RequestPurpose, purpose),
+    FIELD(int, hostForm),
+    FIELD(std::string, url),
+    FIELD(std::string, effectiveUrl),
+    FIELD(int, redirects),
+    FIELD(std::string, proxy),
+    FIELD(std::string, remoteAddress),
+    FIELD(int, remotePort),
+    FIELD(int, curlResult),
+    FIELD(std::string, reason),
+    FIELD(int, status),
+    FIELD(int, proxyStatus),
+    FIELD(std::vector<HeaderField>, headers),
+    FIELD(std::int64_t, rangeStart),
+    FIELD(std::int64_t, announced),
+    FIELD(std::int64_t, received),
+    FIELD(std::int64_t, sent),
+    FIELD(RequestTimes, times),
+};
+
+#undef FIELD
+
+static_assert(firstMoved(kRecordFields, 0) == kRecordFields.size());
+
+// What stands inside of a record or is handed over by value can grow no more.
+static_assert(offsetof(HeaderField, name) == 0 && sizeof(HeaderField) == 2 * sizeof(std::string));
+static_assert(offsetof(RequestTimes, nameLookedUp) == 0 && offsetof(RequestTimes, connected) == 8 &&
+              offsetof(RequestTimes, tlsReady) == 16 && offsetof(RequestTimes, requestSent) == 24 &&
+              offsetof(RequestTimes, firstByte) == 32 && offsetof(RequestTimes, ended) == 40 &&
+              sizeof(RequestTimes) == 48);
+static_assert(std::is_same_v<decltype(TransferLimits::connectTimeoutMs), std::int64_t> &&
+              std::is_same_v<decltype(TransferLimits::maxReceiveBytesPerSecond), std::int64_t> &&
+              offsetof(TransferLimits, connectTimeoutMs) == 0 &&
+              offsetof(TransferLimits, maxReceiveBytesPerSecond) == 8 &&
+              sizeof(TransferLimits) == 16);
+static_assert(sizeof(TransferMonitor) == sizeof(void*));
 
 /// A member of an object that is no standard-layout class, by its address.
 template <class Agreed, class Declared>

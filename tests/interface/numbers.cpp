@@ -2,6 +2,7 @@
 #include "kvecomn/telfile.h"
 #include "voinet/cbmgr.h"
 #include "voinet/cnetconnection.h"
+#include "voinet/transfermonitor.h"
 #include "voinet/voineterror.h"
 #include "voinet/voinetoption.h"
 #include "voinet/voinetprotocol.h"
@@ -108,6 +109,16 @@ constexpr bool isAgreed(voInetProtocol protocol) {
     return false;
 }
 
+constexpr bool isAgreed(RequestPurpose purpose) {
+    switch (purpose) {
+        AGREED(requestLogon, 0);
+        AGREED(requestPrefixCheck, 1);
+        AGREED(requestDownload, 2);
+        AGREED(requestExchange, 3);
+    }
+    return false;
+}
+
 constexpr bool isAgreed(CallbackManager::TransferType type) {
     switch (type) {
         AGREED(CallbackManager::TransferUpload, 0);
@@ -142,6 +153,7 @@ static_assert(agreedNumbers<voInetError>(-200, 200) == 38);
 static_assert(agreedNumbers<voInetOption>(0, 20) == 20);
 static_assert(!isAgreed(static_cast<voInetOption>(10)), "number 10 stays unused");
 static_assert(agreedNumbers<voInetProtocol>(0, 4) == 5);
+static_assert(agreedNumbers<RequestPurpose>(0, 3) == 4);
 static_assert(agreedNumbers<CallbackManager::TransferType>(0, 2) == 3);
 static_assert(agreedNumbers<HostLogLevel>(0, 2) == 3);
 
@@ -149,6 +161,7 @@ static_assert(agreedNumbers<HostLogLevel>(0, 2) == 3);
 static_assert(std::is_same_v<std::underlying_type_t<voInetError>, std::int32_t>);
 static_assert(std::is_same_v<std::underlying_type_t<voInetOption>, int>);
 static_assert(std::is_same_v<std::underlying_type_t<voInetProtocol>, int>);
+static_assert(std::is_same_v<std::underlying_type_t<RequestPurpose>, int>);
 static_assert(sizeof(voInetError) == 4 && sizeof(voInetOption) == 4 && sizeof(voInetProtocol) == 4);
 static_assert(sizeof(CallbackManager::TransferType) == 4 && sizeof(HostLogLevel) == 4);
 static_assert(std::is_convertible_v<voInetError, int> && std::is_convertible_v<voInetOption, int> &&

@@ -4,6 +4,7 @@
 #include "voinet/lnxLocalConnection.h"
 #include "voinet/lnxuncconnection.h"
 #include "voinet/netsessionsink.h"
+#include "voinet/transfermonitor.h"
 #include "voinet/voitffactory.h"
 
 #include <gtest/gtest.h>
@@ -182,6 +183,37 @@ class RecordingSink : public CNetSessionSink, public CountsFrees {
     Calls& m_calls;
 };
 
+class RecordingMonitor : public TransferMonitor, public CountsFrees {
+  public:
+    using CountsFrees::operator new;
+    using CountsFrees::operator delete;
+
+    explicit RecordingMonitor(Calls& calls) : m_calls(calls) {}
+    ~RecordingMonitor() override { m_calls.emplace_back("destroyed"); }
+
+    void OnRequestStarted(const RequestRecord& request) override {
+        m_calls.push_back("started " + request.url);
+    }
+    void OnHeaders(const RequestRecord& request) override {
+        m_calls.push_back("headers " + request.url);
+    }
+    void OnRequestEnded(const RequestRecord& request) override {
+        m_calls.push_back("ended " + request.url);
+    }
+    bool GoesOn() override {
+        m_calls.emplace_back("goes on");
+        return false;
+    }
+    bool KeepsWhatArrived(const RequestRecord& request) override {
+        m_calls.push_back("keeps " + request.url);
+        return true;
+    }
+    TransferLimits Limits() override { return {17, 23}; }
+
+  private:
+    Calls& m_calls;
+};
+
 class RecordingCreator : public VoInetCreator, public CountsFrees {
   public:
     using CountsFrees::operator new;
@@ -284,6 +316,16 @@ static_assert(
 static_assert(isAgreed<void (CNetSessionSink::*)(unsigned long*, long*, int*, const wchar_t*,
                                                  const wchar_t*, const wchar_t*, bool*)>(
     &CNetSessionSink::OnTransferProgress));
+static_assert(
+    isAgreed<void (TransferMonitor::*)(const RequestRecord&)>(&TransferMonitor::OnRequestStarted));
+static_assert(
+    isAgreed<void (TransferMonitor::*)(const RequestRecord&)>(&TransferMonitor::OnHeaders));
+static_assert(
+    isAgreed<void (TransferMonitor::*)(const RequestRecord&)>(&TransferMonitor::OnRequestEnded));
+static_assert(isAgreed<bool (TransferMonitor::*)()>(&TransferMonitor::GoesOn));
+static_assert(
+    isAgreed<bool (TransferMonitor::*)(const RequestRecord&)>(&TransferMonitor::KeepsWhatArrived));
+static_assert(isAgreed<TransferLimits (TransferMonitor::*)()>(&TransferMonitor::Limits));
 
 }  // namespace
 
@@ -355,6 +397,28 @@ TEST(Slots, Sink_HasTheDestructorFirst) {
     expectDestructorAt<RecordingSink>(0);
 }
 
+TEST(Slots, Monitor_ReachesItsOperations) {
+    Calls calls;
+    RecordingMonitor monitor(calls);
+    RequestRecord record;
+    record.url = "u";
+
+    callSlot<void>(&monitor, 2, &record);
+    callSlot<void>(&monitor, 3, &record);
+    callSlot<void>(&monitor, 4, &record);
+    EXPECT_FALSE(callSlot<bool>(&monitor, 5));
+    EXPECT_TRUE(callSlot<bool>(&monitor, 6, &record));
+    const auto limits = callSlot<TransferLimits>(&monitor, 7);
+
+    EXPECT_EQ(calls, (Calls{"started u", "headers u", "ended u", "goes on", "keeps u"}));
+    EXPECT_EQ(limits.connectTimeoutMs, 17);
+    EXPECT_EQ(limits.maxReceiveBytesPerSecond, 23);
+}
+
+TEST(Slots, Monitor_HasTheDestructorFirst) {
+    expectDestructorAt<RecordingMonitor>(0);
+}
+
 TEST(Slots, Creator_HasTheDestructorFirst) {
     expectDestructorAt<RecordingCreator>(0);
 }
@@ -367,6 +431,7 @@ TEST(Slots, EveryClass_HasNoFurtherOnes) {
     EXPECT_EQ(slotsOf<CLocalConnection>(), 9U);
     EXPECT_EQ(slotsOf<CUncConnection>(), 9U);
     EXPECT_EQ(slotsOf<CNetSessionSink>(), 3U);
+    EXPECT_EQ(slotsOf<TransferMonitor>(), 8U);
     EXPECT_EQ(slotsOf<VoInetCreator>(), 2U);
     EXPECT_EQ(slotsOf<CallbackManager>(), 2U);
 }

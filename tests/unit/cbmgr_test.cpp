@@ -235,6 +235,17 @@ TEST_F(Manager, FinishTransfer_MakesEveryMissingDirectoryAndNotTheFileAsADirecto
     EXPECT_TRUE(fs::is_regular_file(scratch.file("one/two/three/local")));
 }
 
+TEST_F(Manager, FinishTransferBelowAMissingShortDirectory_LeavesItMissing) {
+    const auto before = fs::current_path();
+    fs::current_path(scratch.path());
+    manager = std::make_unique<CallbackManager>(CallbackManager::TransferDownload, L"abc/local",
+                                                L"", L"", L"", 0, false);
+    write("nowhere");
+    EXPECT_TRUE(manager->FinishTransfer());
+    fs::current_path(before);
+    EXPECT_FALSE(fs::exists(scratch.file("abc")));
+}
+
 TEST_F(Manager, FinishTransferBeyond260Characters_StillMakesTheDirectories) {
     localName = std::string(150, 'a') + "/" + std::string(150, 'b') + "/" + std::string(150, 'c') +
                 "/local";

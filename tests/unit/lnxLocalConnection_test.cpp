@@ -34,7 +34,8 @@ namespace {
 
 constexpr std::size_t kChunk = 512;
 /// What is read and written at once.
-constexpr std::size_t kBlock = 64 * kChunk;
+constexpr std::size_t kStepsPerBlock = 96;
+constexpr std::size_t kBlock = kStepsPerBlock * kChunk;
 
 /// The error with which the next stream is closed; 0: none.
 int g_closeError = 0;
@@ -170,7 +171,10 @@ TEST_F(LocalConnection, SinkThatStopsAnywhere_LeavesExactlyWhatItWasToldOf) {
     const std::size_t size = 2 * kBlock + kChunk + 7;
     const std::string content = positionDependentBytes(size);
     putSource(content);
-    for (const std::size_t stop : {2U, 3U, 63U, 64U, 65U, 66U, 67U, 128U, 129U, 130U, 131U}) {
+    constexpr std::size_t kSecond = 2 * kStepsPerBlock;
+    for (const std::size_t stop :
+         {std::size_t{2}, std::size_t{3}, kStepsPerBlock - 1, kStepsPerBlock, kStepsPerBlock + 1,
+          kStepsPerBlock + 2, kStepsPerBlock + 3, kSecond, kSecond + 1, kSecond + 2, kSecond + 3}) {
         sink.reports.clear();
         sink.stopAt(stop);
         EXPECT_EQ(download(), voInetErrorSuccess);
@@ -196,7 +200,8 @@ TEST_F(LocalConnection, TargetOfAStoppedCopy_IsCompleteWhenTheStopIsReported) {
 TEST_F(LocalConnection, SinkThatThrows_EndsTheCopyWithWhatItWasToldOf) {
     const std::size_t size = kBlock + 5000;
     putSource(positionDependentBytes(size));
-    for (const std::size_t call : {1U, 2U, 12U, 64U, 65U, 66U, 70U}) {
+    for (const std::size_t call : {std::size_t{1}, std::size_t{2}, std::size_t{12}, kStepsPerBlock,
+                                   kStepsPerBlock + 1, kStepsPerBlock + 2, kStepsPerBlock + 6}) {
         sink.reports.clear();
         sink.then([&](const Progress&) {
             if (sink.reports.size() == call) {

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 namespace tessaro_com::pkm::voInet::wire {
@@ -315,14 +316,17 @@ TEST_F(FailingExchange, RequestFileThatGrowsWhileItIsSent_IsSentAsAnnounced) {
     EXPECT_TRUE(received == content);
 }
 
-TEST_F(FailingExchange, RequestFileUsedForTheResponseToo_IsEmptiedAndPostedEmpty) {
-    // Opening the response file empties it, before the size is taken.
-    server().connection(answer(reply(200, "package")));
+TEST_F(FailingExchange, RequestFileUsedForTheResponseToo_IsRefusedAndStays) {
+    // Opening the response file would empty it.
+    makeRequestFile("request");
+    ASSERT_EQ(::symlink(requestFile().c_str(), directory().path("link").c_str()), 0);
 
-    EXPECT_EQ(postTo(requestFile()), voInetErrorPackageReceived);
+    EXPECT_EQ(postTo(requestFile()), voInetErrorInvalidArgument);
+    EXPECT_EQ(postTo(directory().path("link")), voInetErrorInvalidArgument);
 
-    EXPECT_EQ(requests().front().header("Content-Length"), "0");
-    EXPECT_EQ(readFile(requestFile()), "package");
+    EXPECT_EQ(readFile(requestFile()), "request");
+    EXPECT_EQ(server().connectionCount(), 0U);
+    std::filesystem::remove(directory().path("link"));
 }
 
 // The response file.

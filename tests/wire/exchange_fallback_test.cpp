@@ -108,6 +108,20 @@ TEST_F(ExchangeFallback, OtherAnswerAtTheAddress_PostsToTheName) {
     EXPECT_EQ(byNetBios().connectionCount(), 0U);
 }
 
+TEST_F(ExchangeFallback, PackageThatCannotBeStored_IsPostedToEveryForm) {
+    for (ScriptedServer* server : {&byAddress(), &byName(), &byNetBios()}) {
+        server->connection(answer(reply(200, "package")));
+    }
+
+    EXPECT_EQ(
+        transfer().UploadFileResponse(widened(requestFile()), L"/path", L"/dev/full", &sink()),
+        voInetErrorWriteFailed);
+
+    EXPECT_THAT(byAddress().requests(), SizeIs(1));
+    EXPECT_THAT(byName().requests(), SizeIs(1));
+    EXPECT_THAT(byNetBios().requests(), SizeIs(1));
+}
+
 TEST_F(ExchangeFallback, NoLogonIsMade_OnTheWay) {
     kill(byAddress());
     kill(byName());

@@ -150,6 +150,19 @@ TEST_F(Fallback, DownloadFailsAtTheAddress_LogsOnToTheNameAndDownloadsThere) {
     EXPECT_THAT(asked(fqdn()), ElementsAre("HEAD", "GET"));
 }
 
+TEST_F(Fallback, PlainUpload_LogsOnToTheOtherFormsBeforeItIsRefused) {
+    ip().connection(probe());
+    fqdn().connection(probe());
+    netBios().connection(probe());
+    ASSERT_EQ(logOn(allForms()), voInetErrorSuccess);
+
+    EXPECT_EQ(transfer().UploadFile(widened(localFile()), L"file.zip", &sink()),
+              voInetErrorNotSupported);
+
+    EXPECT_THAT(asked(fqdn()), ElementsAre("HEAD"));
+    EXPECT_THAT(asked(netBios()), ElementsAre("HEAD"));
+}
+
 TEST_F(Fallback, NameFailsTheLogonDuringADownload_GoesOnToTheThirdForm) {
     ip().connection(probe());
     serve(ip(), {500});

@@ -19,7 +19,6 @@ namespace tessaro_com::pkm::voInet::wire {
 namespace {
 
 using testing::Combine;
-using testing::Each;
 using testing::ElementsAre;
 using testing::SizeIs;
 using testing::Values;
@@ -141,7 +140,7 @@ TEST_F(HeadBehindAnother, AnswerToCredentialsCut_IsATransferFailure) {
     logOn(withUser);
     const std::string challenge = keepAliveReply(401, "", {"WWW-Authenticate: Basic realm=\"r\""});
     const std::string head = kEmptyHead;
-    // Without a whole line curl asks again over another connection.
+    // Without a line curl would ask again over another connection.
     for (std::size_t cut = head.find('\n') + 1; cut < head.size(); ++cut) {
         expectAfter(challenge, head.substr(0, cut), true, voInetErrorTransferFailed, "old");
     }
@@ -257,6 +256,7 @@ std::vector<Part> partsOfAWholeFile() {
         {"StarAsTotal", line("bytes 0-4999/*"), 0, 5000},
         {"StarAsRange", line("bytes */5000"), 0, 5000},
         {"MinusAtTheStart", line("bytes -0-4999/5000"), 0, 5000},
+        {"MinusAtTheEndOfOneByte", line("bytes 0--0/1"), 0, 1},
         {"OtherUnit", line("items 0-4999/5000"), 0, 5000},
         {"EmptyLine", line(""), 0, 5000},
         {"TwoLines", {"Content-Range: bytes 0-4999/5000", kRightRange}, 0, 5000},

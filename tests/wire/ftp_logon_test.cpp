@@ -55,6 +55,16 @@ TEST_F(FtpLogon, Factory_MakesAnFtpObjectWithItsPort) {
     EXPECT_EQ(log().count(HostLogLevel::info, L"FTP Session closed"), 1U);
 }
 
+TEST_F(FtpLogon, CheckOptions_SaysNothingBeforeIt) {
+    applySettings(transfer(), settings());
+    EXPECT_FALSE(transfer().CheckOptions()) << "neither host nor user are there yet";
+    server().session({});
+
+    EXPECT_EQ(transfer().Logon(false, 0), voInetErrorSuccess);
+
+    EXPECT_TRUE(transfer().CheckOptions());
+}
+
 TEST_F(FtpLogon, WithoutAUser_IsAnonymous) {
     EXPECT_THAT(commandsFor(L"", L""),
                 ElementsAre("USER anonymous", "PASS anonymous@example.com", "PWD"));

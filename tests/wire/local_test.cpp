@@ -3,9 +3,11 @@
 #include "support/restrictions.h"
 #include "support/wiretest.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <string>
 
 namespace tessaro_com::pkm::voInet::wire {
@@ -195,6 +197,7 @@ TEST_F(LocalCopy, FullTargetInTheMiddle_IsAWriteErrorAndLeavesWhatWasWritten) {
     }
 
     EXPECT_EQ(sink().statuses().back(), kWriteFailed);
+    EXPECT_TRUE(sink().notifications().back().goOn) << "nobody has stopped it";
     expectLocalFile(content.substr(0, 100'000));
 }
 
@@ -205,6 +208,32 @@ TEST_F(LocalCopy, FullTargetOfAStoppedCopy_IsReportedAsStopped) {
     EXPECT_EQ(copyTo("/dev/full"), voInetErrorSuccess);
 
     EXPECT_THAT(sink().statuses(), ElementsAre(kStarts, kCopying, kCopying, kStopped));
+}
+
+TEST_F(LocalCopy, FlagOfEachReport_IsClearedForThatOfTheStopAlone) {
+    makeSource(makeBody(10'000));
+    sink().stopAt(1000);
+
+    EXPECT_EQ(download().result, voInetErrorSuccess);
+
+    for (const Notification& now : sink().notifications()) {
+        EXPECT_EQ(now.goOn, now.status != kStopped) << now.status;
+    }
+    EXPECT_EQ(sink().statuses().back(), kStopped);
+}
+
+TEST_F(LocalCopy, FifoAsTarget_CannotBePositionedAndFails) {
+    makeSource("content");
+    const std::string fifo = directory().path("fifo");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    // Opening it for writing waits for its other end.
+    const int otherEnd = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+
+    EXPECT_EQ(copyTo(fifo), voInetErrorFailed);
+
+    ::close(otherEnd);
+    std::remove(fifo.c_str());
+    EXPECT_THAT(sink().notifications(), IsEmpty());
 }
 
 TEST_F(LocalCopy, SourceAsItsOwnTarget_IsRefusedAndStaysAsItWas) {

@@ -35,6 +35,15 @@ class Logon : public HttpTest {
     }
 };
 
+TEST_F(Logon, CheckOptions_SaysNothingBeforeIt) {
+    applySettings(transfer(), settings());
+    EXPECT_FALSE(transfer().CheckOptions()) << "no host is active yet";
+
+    EXPECT_EQ(logonAnswered(404), voInetErrorFailed);
+
+    EXPECT_TRUE(transfer().CheckOptions()) << "failed or not";
+}
+
 TEST_F(Logon, EmptyRelativePath_AsksForTheHeadOfSiteStatRightBehindThePort) {
     EXPECT_EQ(logonAnswered(200), voInetErrorSuccess);
 

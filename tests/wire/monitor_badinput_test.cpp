@@ -45,8 +45,8 @@ std::vector<OddAnswer> oddAnswers() {
     const std::string zero(1, '\0');
     return {
         {"LineOf90Kilobytes", withLine("X-Long: " + std::string(90'000, 'x'))},
-        {"LineOf100Kilobytes", withLine("X-Long: " + std::string(100 * 1024, 'x'))},
-        {"LineOfAMegabyte", withLine("X-Long: " + std::string(1024 * 1024, 'x'))},
+        {"LineOf100Kilobytes", withLine("X-Long: " + std::string(102'400, 'x'))},
+        {"LineOfAMegabyte", withLine("X-Long: " + std::string(1'048'576, 'x'))},
         {"NameOf90Kilobytes", withLine(std::string(90'000, 'x') + ": value")},
         {"ManyLines", reply(200, "new", manyHeaders(10'000))},
         {"LineWithoutAColon", withLine("no colon at all")},

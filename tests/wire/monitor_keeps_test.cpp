@@ -132,6 +132,21 @@ TEST_F(KeptHttp, WrongPartCutInAResume_IsNeverKept) {
     expectLocalFile(body().substr(0, kOffset + kPrefix));
 }
 
+TEST_F(KeptHttp, RestartCut_IsKeptOnRequestInPlaceOfThePartialFile) {
+    monitor().keepWhatArrived();
+    makeLocalFile(body().substr(0, kOffset + kPrefix));
+    server().connection(answer(reply(206, body().substr(kOffset, kPrefix))));
+    server().connection(answer(reply(416)));
+    server().connection(answer(cutReply(200, kSize, body().substr(0, 5000))));
+    DownloadArguments arguments;
+    arguments.offset = static_cast<long>(kOffset);
+
+    EXPECT_EQ(download(L"file.zip", arguments).result, voInetErrorTransferFailed);
+
+    EXPECT_EQ(recordOf(kKeeps).rangeStart, 0);
+    expectLocalFile(body().substr(0, 5000));
+}
+
 TEST_F(KeptHttp, KeptFile_CanBeResumed) {
     monitor().keepWhatArrived();
     ASSERT_EQ(downloadCut(), voInetErrorTransferFailed);

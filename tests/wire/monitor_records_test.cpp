@@ -619,14 +619,24 @@ TEST_F(MonitoredFtp, Download_IsARequestWithItsFacts) {
     EXPECT_EQ(record.url, url("/file.zip"));
     EXPECT_EQ(record.effectiveUrl, record.url);
     EXPECT_EQ(record.remoteAddress, "127.0.0.1");
-    EXPECT_GT(record.remotePort, 0);
+    EXPECT_EQ(record.remotePort, server().port());
     EXPECT_EQ(record.status, 226);
     EXPECT_EQ(record.announced, static_cast<std::int64_t>(kSize));
     EXPECT_EQ(record.received, static_cast<std::int64_t>(kSize));
     EXPECT_EQ(record.sent, 0);
     EXPECT_EQ(record.rangeStart, 0);
     EXPECT_THAT(record.headers, IsEmpty());
-    expectAscending(record.times);
+}
+
+TEST_F(MonitoredFtp, TimesOfADownload_AreThoseOfItsStages) {
+    logOn();
+    watch();
+
+    EXPECT_EQ(downloadIn(sending(body())), voInetErrorSuccess);
+
+    // Not that of the connection for the data, which comes behind the first request.
+    EXPECT_GT(ended().times.connected, 0);
+    expectAscending(ended().times);
 }
 
 TEST_F(MonitoredFtp, Resume_IsACheckAndTheRest) {

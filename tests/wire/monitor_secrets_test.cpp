@@ -57,7 +57,8 @@ Headers tellingHeaders() {
     Headers headers = {"X-Kind: telling"};
     for (const auto& secret : secrets()) {
         headers.push_back("X-Echo: " + secret);
-        headers.push_back("X-Echo: before" + secret + "behind, and " + secret + " again");
+        headers.push_back(
+            std::string("X-Echo: before").append(secret).append("behind, and ").append(secret));
     }
     return headers;
 }
@@ -269,7 +270,10 @@ TEST_F(MonitorSecrets, EverythingAtOnce_IsMaskedEverywhere) {
         download();
     }
     for (const auto& secret : secrets()) {
-        const std::string location = "Location: http://name:" + secret + "@127.0.0.1/" + secret;
+        const std::string location = std::string("Location: http://name:")
+                                         .append(secret)
+                                         .append("@127.0.0.1/")
+                                         .append(secret);
         server().otherwise(answer(reply(302, "page", {location, "Set-Cookie: " + secret})));
         download();
     }

@@ -324,7 +324,6 @@ class ProxyBypass : public HttpTest {
         return record;
     }
 
-  private:
     void apply(const std::wstring& host, CProxyParams record) {
         record.m_strProxyHost = L"127.0.0.1";
         record.m_nHttpProxyPort = proxy().port();
@@ -334,6 +333,7 @@ class ProxyBypass : public HttpTest {
         applySettings(transfer(), settings);
     }
 
+  private:
     std::optional<ScriptedServer> m_proxy;
 };
 
@@ -343,6 +343,20 @@ TEST_F(ProxyBypass, HostInTheList_GoesDirectlyForTheLifeOfTheObject) {
     EXPECT_THAT(log().messages(HostLogLevel::info, L"By passed"),
                 ElementsAre(L"Proxy Server: 127.0.0.1 is By passed for this Host: 127.0.0.1, "
                             L"ByPassList: 127.0.0.9; 127.0.0.1"));
+}
+
+TEST_F(ProxyBypass, HostInTheListWithUserProxyAllowed_IsDownloadedFromThroughTheAlternateProxy) {
+    CProxyParams record = withList(L"127.0.0.1");
+    record.m_bAllowUserToConfigureProxy = true;
+    apply(L"127.0.0.1", record);
+    server().connection(answer(reply(200)));
+    proxy().connection(answer(reply(200, "by proxy")));
+    ASSERT_EQ(transfer().Logon(false, 0), voInetErrorSuccess);
+    ASSERT_FALSE(transfer().m_bUseProxy);
+
+    EXPECT_EQ(download().result, voInetErrorSuccess);
+
+    expectLocalFile("by proxy");
 }
 
 TEST_F(ProxyBypass, ListNamesTheHostsAddressOtherwise_GoesDirectly) {

@@ -1,8 +1,13 @@
 #include "support/recordingmonitor.h"
 
-#include <stdexcept>
-
 namespace tessaro_com::pkm::voInet::wire {
+
+namespace {
+
+/// Derived from nothing: a host may throw what it likes.
+struct ThrownByTheMonitor {};
+
+}  // namespace
 
 std::ostream& operator<<(std::ostream& stream, MonitorCall call) {
     switch (call) {
@@ -85,7 +90,7 @@ void RecordingMonitor::record(MonitorCall call, const RequestRecord& request) {
 void RecordingMonitor::enter(MonitorCall call) {
     m_threads.insert(std::this_thread::get_id());
     if (m_throwing == call) {
-        throw std::runtime_error("thrown by the monitor");
+        throw ThrownByTheMonitor();
     }
 }
 

@@ -1,6 +1,7 @@
-#ifndef VOINET_BENCH_COUNTINGSINK_H
-#define VOINET_BENCH_COUNTINGSINK_H
+#ifndef VOINET_BENCH_QUIETHOST_H
+#define VOINET_BENCH_QUIETHOST_H
 
+#include <kvecomn/hostlog.h>
 #include <voinet/voinet.h>
 
 /// Counts the notifications and never stops a transfer.
@@ -14,4 +15,9 @@ struct CountingSink : tessaro_com::pkm::voInet::CNetSessionSink {
     }
 };
 
-#endif  // VOINET_BENCH_COUNTINGSINK_H
+/// Drops all log lines: a real host keeps a log of its own, which is not what is measured.
+inline void dropLogLines() {
+    hostLogSetHandler([](HostLogLevel, const wchar_t*, const wchar_t*) {});
+}
+
+#endif  // VOINET_BENCH_QUIETHOST_H
