@@ -164,10 +164,14 @@ bool CNetConnection::SetNextConnectionMethod() {
     LogOut();
     const bool advanced = AdvanceConnectionMethod();
     // A form that is not configured leaves the host of the form before it active, and the logon
-    // goes there; intended.
-    ApplyHostInformation(m_currentMethod);
+    // goes there; intended. One that there is no memory to apply must not pass for logged on.
+    const HostForm* form = hostFormOf(m_currentMethod);
+    const bool isLost =
+        !ApplyHostInformation(m_currentMethod) && form != nullptr && isConfigured(*this, *form);
     const voInetError result = withoutExceptions([&] {
-        return LogonWithConnSpec(m_currentMethod, m_bUseLogonTimeout, m_nLogonTimeoutSeconds);
+        return isLost
+                   ? voInetErrorOutOfMemory
+                   : LogonWithConnSpec(m_currentMethod, m_bUseLogonTimeout, m_nLogonTimeoutSeconds);
     });
     if (result == voInetErrorSuccess) {
         return true;

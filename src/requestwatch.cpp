@@ -10,6 +10,10 @@ namespace {
 thread_local RequestWatch* watchOfThread = nullptr;
 thread_local bool isThreadStopped = false;
 
+bool isDownload(RequestPurpose purpose) {
+    return purpose == requestDownload || purpose == requestPrefixCheck;
+}
+
 /// CURLOPT_HEADERFUNCTION.
 std::size_t headerCallback(char* line, std::size_t size, std::size_t count, void* watch) {
     static_cast<RequestWatch*>(watch)->takeHeaderLine({line, size * count});
@@ -30,6 +34,7 @@ std::unique_ptr<MonitoredRequest> monitoredRequest(const CNetConnection& connect
 RequestWatch::RequestWatch(const CNetConnection& connection, RequestPurpose purpose,
                            const std::string& url, std::int64_t rangeStart)
     : m_purpose(purpose),
+      m_asksForFile(isDownload(purpose) && namesFile(url)),
       m_monitored(monitoredRequest(connection, purpose, url, rangeStart)),
       m_outer(watchOfThread) {
     watchOfThread = this;
@@ -54,6 +59,7 @@ void RequestWatch::addMonitorOptions(CURL* handle) {
 
 CURLcode RequestWatch::perform(CURL* handle) {
     m_answer = AnswerHead();
+    m_replies = FtpReplies();
     m_received = 0;
     m_block.clear();
     if (m_monitored != nullptr) {
@@ -63,9 +69,11 @@ CURLcode RequestWatch::perform(CURL* handle) {
     if (!m_block.flush() && result == CURLE_OK) {
         result = CURLE_WRITE_ERROR;
     }
-    const bool isDownload = m_purpose == requestDownload || m_purpose == requestPrefixCheck;
-    if (result == CURLE_OK && isDownload && m_answer.isCut()) {
+    if (result == CURLE_OK && isDownload(m_purpose) && m_answer.isCut()) {
         result = CURLE_PARTIAL_FILE;
+    }
+    if (bringsListingForFile()) {
+        result = CURLE_OUT_OF_MEMORY;
     }
     if (m_monitored != nullptr) {
         result = m_isStopped ? CURLE_ABORTED_BY_CALLBACK : result;
@@ -82,12 +90,16 @@ bool RequestWatch::keepsWhatArrived() {
 
 void RequestWatch::takeHeaderLine(std::string_view line) {
     const AnswerHead::Line kind = m_answer.take(line);
+    m_replies.take(line);
     if (m_monitored != nullptr && !m_monitored->takeHeaderLine(kind, line, m_answer)) {
         m_isStopped = true;
     }
 }
 
 bool RequestWatch::takeBody(std::size_t bytes) {
+    if (bringsListingForFile()) {
+        return false;
+    }
     m_received += static_cast<std::int64_t>(bytes);
     if (m_monitored != nullptr && !m_monitored->takeBody(m_received, m_answer)) {
         m_isStopped = true;

@@ -3,6 +3,7 @@
 
 #include "answerhead.h"
 #include "bodyblock.h"
+#include "ftpreplies.h"
 #include "voinet/cnetconnection.h"
 #include "voinet/transfermonitor.h"
 
@@ -46,8 +47,8 @@ class RequestWatch {
     void addMonitorOptions(CURL* handle);
 
     /// Makes one request with a handle, or lets curl refuse null. A download's answer whose header
-    /// block broke off is CURLE_PARTIAL_FILE, a request that the monitor stopped
-    /// CURLE_ABORTED_BY_CALLBACK, whatever curl took them for.
+    /// block broke off is CURLE_PARTIAL_FILE, a listing in place of a file CURLE_OUT_OF_MEMORY, a
+    /// request that the monitor stopped CURLE_ABORTED_BY_CALLBACK, whatever curl took them for.
     CURLcode perform(CURL* handle);
 
     /// @{
@@ -69,7 +70,8 @@ class RequestWatch {
     // Called by curl's callbacks.
 
     void takeHeaderLine(std::string_view line);
-    /// Counts bytes of the body. False when the monitor has stopped the request.
+    /// Counts bytes of the body. False when the monitor has stopped the request, and for what is
+    /// not that of the file.
     bool takeBody(std::size_t bytes);
     /// Hands bytes of the body on to the manager, those of a download in blocks of their own.
     /// Returns how many were taken.
@@ -80,8 +82,13 @@ class RequestWatch {
     void noteProxy(const std::string& formattedHost, int port);
 
   private:
+    /// Libcurl asks for the directory when it has no memory for the name of the file in it.
+    bool bringsListingForFile() const { return m_asksForFile && m_replies.announceListing(); }
+
     RequestPurpose m_purpose;
+    bool m_asksForFile;
     AnswerHead m_answer;
+    FtpReplies m_replies;
     BodyBlock m_block;
     std::int64_t m_received = 0;
     bool m_isStopped = false;

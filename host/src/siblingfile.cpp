@@ -44,7 +44,9 @@ std::string unpredictableName() {
         }
         filled += static_cast<std::size_t>(count);
     }
-    std::string name = kNamePrefix;
+    std::string name;
+    name.reserve(kNameLength);
+    name += kNamePrefix;
     for (const std::uint8_t byte : bytes) {
         name += kNameDigits[byte >> 4];
         name += kNameDigits[byte & 0xF];

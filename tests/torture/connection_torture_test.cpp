@@ -70,12 +70,13 @@ MakeScene activeHost(const ActiveHostScene::Operation& operation) {
     return [operation] { return std::make_unique<ActiveHostScene>(operation); };
 }
 
-/// Moves from the IP address to the next form, which logs on to a server.
+/// Moves from the IP address, where a server is as well, to the next form, which logs on to another
+/// server.
 class NextMethodScene : public Scene {
   public:
-    NextMethodScene() : m_origin(serving("")) {
+    NextMethodScene() : m_former(serving("")), m_origin(serving("")) {
         wire::TransferSettings settings;
-        settings.hostIp = kOldHost;
+        settings.hostIp = m_former.hostAndPort();
         settings.hostFqdn = m_origin.hostAndPort();
         settings.hostNetBios = m_origin.hostAndPort();
         wire::applySettings(m_connection, settings);
@@ -85,6 +86,7 @@ class NextMethodScene : public Scene {
     void run() override { m_answer = m_connection.SetNextConnectionMethod(); }
 
     void check(bool isDisturbed) override {
+        m_former.finish();
         m_origin.finish();
         EXPECT_TRUE(m_answer || isDisturbed);
         if (m_answer) {
@@ -95,6 +97,7 @@ class NextMethodScene : public Scene {
     }
 
   private:
+    HttpOrigin m_former;
     HttpOrigin m_origin;
     CHttpConnection m_connection;
     bool m_answer = false;

@@ -82,6 +82,14 @@ Respond servingWithToken(const std::string& file) {
     };
 }
 
+/// A request for another file is answered with this one: nobody else would notice.
+Respond servingOnly(const std::string& target, const std::string& file) {
+    return [target, inner = serving(file)](const wire::Request& request) {
+        EXPECT_EQ(request.target, target) << "another file was asked for";
+        return inner(request);
+    };
+}
+
 }  // namespace
 
 TEST(HttpDownloadTorture, Fresh) {
@@ -105,6 +113,13 @@ TEST(HttpDownloadTorture, WithTokenAndWithoutCache_EveryRequestHasItsHeaders) {
                                              std::wstring(L"a-token-that-needs-memory")),
                   voInetErrorSuccess);
     }));
+}
+
+TEST(HttpDownloadTorture, LongName_IsNeverCut) {
+    const std::string name(300, 'n');
+    survivesEveryShortage(download(
+        servingOnly("/repository/with-a-long-name/of-the-product/" + name, wholeFile()),
+        overAnOldFile(), [&name](HttpDownload& s) { s.remoteName = wire::widened(name); }));
 }
 
 TEST(HttpDownloadTorture, Resumed) {

@@ -169,6 +169,10 @@ Ordeal runShort(Shortage shortage, std::size_t first, const std::function<void()
     return ordeal;
 }
 
+std::size_t failuresSoFar() {
+    return ordeal.failures;
+}
+
 std::size_t blocksLeft() {
     isWatching = false;
     return blocks.count();
@@ -180,7 +184,6 @@ std::size_t blocksLeft() {
 
 namespace torture = tessaro_com::pkm::voInet::torture;
 
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 
 void* malloc(std::size_t size) {
@@ -218,4 +221,3 @@ void free(void* memory) {
 }
 
 }  // extern "C"
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -31,6 +31,9 @@ struct Ordeal {
 /// thread asks for counts. Notes the blocks that the operation takes; see blocksLeft().
 Ordeal runShort(Shortage shortage, std::size_t first, const std::function<void()>& operation);
 
+/// How many allocations of the operation have failed so far.
+std::size_t failuresSoFar();
+
 /// How many blocks that the operation took have not been given back so far. Call it when all
 /// objects are gone; the blocks are forgotten.
 std::size_t blocksLeft();

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <limits>
 #include <string>
 #include <thread>
@@ -22,11 +23,15 @@ constexpr int kMostFailures = 12;
 
 constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
 
-/// Log lines go nowhere, and no memory is taken on the way.
+std::atomic<std::size_t> errorsLogged{0};
+
+/// Log lines go nowhere, errors are counted, and no memory is taken on the way.
 class QuietLog {
   public:
     QuietLog() {
-        hostLogSetHandler([](HostLogLevel, const wchar_t*, const wchar_t*) {});
+        hostLogSetHandler([](HostLogLevel level, const wchar_t*, const wchar_t*) {
+            errorsLogged += level == HostLogLevel::error ? 1 : 0;
+        });
     }
     ~QuietLog() { hostLogSetHandler({}); }
 
@@ -44,6 +49,7 @@ bool runOnce(const MakeScene& make, Shortage shortage, std::size_t first, Except
     bool isDisturbed = false;
     {
         const std::unique_ptr<Scene> scene = make();
+        errorsLogged = 0;
         const Ordeal ordeal = runShort(shortage, first, [&] { scene->run(); });
         isDisturbed = ordeal.failures > 0;
         EXPECT_TRUE(!ordeal.threw || exceptions == Exceptions::areAllowed)
@@ -99,6 +105,10 @@ void survivesEveryShortage(const MakeScene& make, const std::vector<Shortage>& s
         testing::Test::RecordProperty(shortage == Shortage::once ? "once" : "for_good",
                                       static_cast<int>(first - 1));
     }
+}
+
+std::size_t errorLines() {
+    return errorsLogged;
 }
 
 void expectResult(voInetError result, voInetError expected, bool isDisturbed) {

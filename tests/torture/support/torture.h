@@ -4,6 +4,7 @@
 #include "support/failingmemory.h"
 #include "voinet/voineterror.h"
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -41,6 +42,9 @@ void survivesEveryShortage(const MakeScene& make,
                            const std::vector<Shortage>& shortages = {Shortage::once,
                                                                      Shortage::forGood},
                            Exceptions exceptions = Exceptions::areForbidden);
+
+/// Error lines that reached the host's log since the scene's operation began.
+std::size_t errorLines();
 
 /// A scene of nothing but an operation that answers something and a check of the answer.
 template <class Operation, class Check>
