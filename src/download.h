@@ -6,6 +6,7 @@
 #include "voinet/cnetconnection.h"
 
 #include <functional>
+#include <memory>
 #include <string>
 
 // What the downloads of HTTP and FTP have in common.

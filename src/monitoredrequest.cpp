@@ -8,14 +8,14 @@
 #include <algorithm>
 
 // A libcurl that lacks the function, which is possible for one that was cut down, leaves it null.
-extern "C" const char* curl_easy_strerror(CURLcode result) __attribute__((weak));
+#pragma weak curl_easy_strerror
 
 namespace tessaro_com::pkm::voInet {
 
 namespace {
 
 /// Of header lines, the bytes that a record keeps.
-constexpr std::size_t kMostHeaderBytes = 64 * 1024;
+constexpr std::size_t kMostHeaderBytes = std::size_t{64} * 1024;
 
 /// CURLINFO_PRIMARY_PORT by its number: a libcurl older than 7.21.0 has no name for it and does not
 /// answer.

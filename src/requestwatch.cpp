@@ -1,6 +1,5 @@
 #include "requestwatch.h"
 
-#include "monitoredrequest.h"
 #include "voinet/cbmgr.h"
 
 namespace tessaro_com::pkm::voInet {
@@ -20,23 +19,16 @@ std::size_t headerCallback(char* line, std::size_t size, std::size_t count, void
     return size * count;
 }
 
-std::unique_ptr<MonitoredRequest> monitoredRequest(const CNetConnection& connection,
-                                                   RequestPurpose purpose, const std::string& url,
-                                                   std::int64_t rangeStart) {
-    TransferMonitor* const monitor = currentMonitor();
-    return monitor == nullptr
-               ? nullptr
-               : std::make_unique<MonitoredRequest>(*monitor, connection, purpose, url, rangeStart);
-}
-
 }  // namespace
 
 RequestWatch::RequestWatch(const CNetConnection& connection, RequestPurpose purpose,
                            const std::string& url, std::int64_t rangeStart)
     : m_purpose(purpose),
       m_asksForFile(isDownload(purpose) && namesFile(url)),
-      m_monitored(monitoredRequest(connection, purpose, url, rangeStart)),
       m_outer(watchOfThread) {
+    if (TransferMonitor* const monitor = currentMonitor()) {
+        m_monitored.emplace(*monitor, connection, purpose, url, rangeStart);
+    }
     watchOfThread = this;
 }
 
@@ -54,7 +46,7 @@ void RequestWatch::receiveHeaders(CURL* handle) {
 }
 
 void RequestWatch::addMonitorOptions(CURL* handle) {
-    m_isStopped = m_monitored != nullptr && !m_monitored->addOptions(handle);
+    m_isStopped = m_monitored && !m_monitored->addOptions(handle);
 }
 
 CURLcode RequestWatch::perform(CURL* handle) {
@@ -62,7 +54,7 @@ CURLcode RequestWatch::perform(CURL* handle) {
     m_replies = FtpReplies();
     m_received = 0;
     m_block.clear();
-    if (m_monitored != nullptr) {
+    if (m_monitored) {
         m_isStopped = !m_monitored->start(handle) || m_isStopped;
     }
     CURLcode result = m_isStopped ? CURLE_ABORTED_BY_CALLBACK : curl_easy_perform(handle);
@@ -75,7 +67,7 @@ CURLcode RequestWatch::perform(CURL* handle) {
     if (bringsListingForFile()) {
         result = CURLE_OUT_OF_MEMORY;
     }
-    if (m_monitored != nullptr) {
+    if (m_monitored) {
         result = m_isStopped ? CURLE_ABORTED_BY_CALLBACK : result;
         const bool goesOn = m_monitored->end(result, m_received, m_answer);
         m_isStopped = m_isStopped || !goesOn;
@@ -85,13 +77,13 @@ CURLcode RequestWatch::perform(CURL* handle) {
 }
 
 bool RequestWatch::keepsWhatArrived() {
-    return m_monitored != nullptr && m_monitored->keepsWhatArrived();
+    return m_monitored && m_monitored->keepsWhatArrived();
 }
 
 void RequestWatch::takeHeaderLine(std::string_view line) {
     const AnswerHead::Line kind = m_answer.take(line);
     m_replies.take(line);
-    if (m_monitored != nullptr && !m_monitored->takeHeaderLine(kind, line, m_answer)) {
+    if (m_monitored && !m_monitored->takeHeaderLine(kind, line, m_answer)) {
         m_isStopped = true;
     }
 }
@@ -101,7 +93,7 @@ bool RequestWatch::takeBody(std::size_t bytes) {
         return false;
     }
     m_received += static_cast<std::int64_t>(bytes);
-    if (m_monitored != nullptr && !m_monitored->takeBody(m_received, m_answer)) {
+    if (m_monitored && !m_monitored->takeBody(m_received, m_answer)) {
         m_isStopped = true;
     }
     return !m_isStopped;
@@ -114,14 +106,14 @@ unsigned long RequestWatch::writeBody(CallbackManager& manager, void* bytes, uns
 }
 
 bool RequestWatch::goesOn() {
-    if (m_monitored != nullptr && !m_isStopped) {
+    if (m_monitored && !m_isStopped) {
         m_isStopped = !m_monitored->goesOn();
     }
     return !m_isStopped;
 }
 
 void RequestWatch::noteProxy(const std::string& formattedHost, int port) {
-    if (m_monitored != nullptr) {
+    if (m_monitored) {
         m_monitored->noteProxy(formattedHost, port);
     }
 }

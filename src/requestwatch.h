@@ -4,20 +4,18 @@
 #include "answerhead.h"
 #include "bodyblock.h"
 #include "ftpreplies.h"
+#include "monitoredrequest.h"
 #include "voinet/cnetconnection.h"
 #include "voinet/transfermonitor.h"
 
 #include <curl/curl.h>
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace tessaro_com::pkm::voInet {
-
-class MonitoredRequest;
 
 /// Looks on while one curl handle makes its requests: what the header lines of an answer give away,
 /// how much of its body came, and what the monitor of the thread is to be told and decides.
@@ -38,7 +36,7 @@ class RequestWatch {
     /// The innermost one of the calling thread; null for none.
     static RequestWatch* current();
 
-    bool isMonitored() const { return m_monitored != nullptr; }
+    bool isMonitored() const { return m_monitored.has_value(); }
 
     /// Has the header lines of a handle delivered to this watch.
     void receiveHeaders(CURL* handle);
@@ -93,7 +91,7 @@ class RequestWatch {
     std::int64_t m_received = 0;
     bool m_isStopped = false;
     std::optional<std::int64_t> m_expectedTotal;
-    std::unique_ptr<MonitoredRequest> m_monitored;
+    std::optional<MonitoredRequest> m_monitored;
     RequestWatch* m_outer;
 };
 
