@@ -52,7 +52,7 @@ void readPrefix(const std::string& path, long start, Prefix& prefix) {
     if (start < 1 || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return;
     }
-    const telHandle file =
+    TelFile* const file =
         telCreateFileAW(path, telGenericRead, telShareNone, telOpenExisting, telAttributeNormal);
     if (telSetFilePointer(file, start, telFileBegin) == start) {
         telReadFile(file, prefix.data(), prefix.size());
