@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <regex>
 
 namespace tessaro_com::pkm::voInet::faults {
 
@@ -55,6 +56,12 @@ std::string written(std::string base, std::size_t from, const std::string& body)
     return base.replace(from, body.size(), body);
 }
 
+/// Nothing when it does not fit.
+std::optional<long> numberOf(const std::string& digits) {
+    constexpr std::size_t kMostDigits = 9;  // no file here is larger
+    return digits.size() <= kMostDigits ? std::optional<long>(std::stol(digits)) : std::nullopt;
+}
+
 }  // namespace
 
 Expectation DownloadOracle::run() {
@@ -106,34 +113,53 @@ voInetError DownloadOracle::attempt() {
     if (m_rules.isHttp && m_form != m_active) {
         return voInetErrorBadOptions;
     }
-    if (m_offset > 0) {
-        Pass check{m_offset, true};
-        transfer(check);
-        if (!matches(check)) {
-            m_offset = 0;
-        }
-        m_expected.nothingWasCompared = m_offset > 0 && check.delivered.size() < kCompared;
-    }
-    Pass main{m_offset, false};
+    Pass main = checkOffset();
     voInetError result = transfer(main);
     const bool restarts =
         result == voInetErrorRangeIgnored || result == voInetErrorRangeNotSatisfiable;
     if (restarts) {
         m_offset = 0;
-        main = Pass{0, false};
+        main = Pass{};
+        main.hasSink = m_rules.isHttp;
         result = transfer(main);
     }
-    const bool isKept = !m_rules.isHttp || main.status == 200 || main.status == 206;
-    if (isKept && result == voInetErrorSuccess) {
-        commit(main);
-    }
-    if (isKept && result == voInetErrorCancelled && !restarts) {
-        m_expected.keepsCancelled = true;
-        m_expected.start = sizeOf(main.from);
-        m_expected.file = main.from > 0 ? m_rules.local : "";
-        m_expected.body = main.delivered;
-    }
+    takeResult(main, result, restarts);
     return result;
+}
+
+/// The transfer that is left to do.
+DownloadOracle::Pass DownloadOracle::checkOffset() {
+    std::optional<long> total;
+    if (m_offset > 0) {
+        Pass check{m_offset, true};
+        transfer(check);
+        const auto range = rangeOf(check);
+        const bool isElsewhere = namesPart(check) && (!range || range->first != check.from);
+        if (isElsewhere || !matches(check)) {
+            m_offset = 0;
+        } else if (namesPart(check)) {
+            total = range->total;
+        }
+        m_expected.nothingWasCompared = m_offset > 0 && check.delivered.size() < kCompared;
+    }
+    Pass main{m_offset};
+    main.total = total;
+    return main;
+}
+
+void DownloadOracle::takeResult(const Pass& pass, voInetError result, bool hasRestarted) {
+    if (m_rules.isHttp && pass.status != 200 && pass.status != 206) {
+        return;
+    }
+    if (result == voInetErrorSuccess) {
+        commit(pass);
+    }
+    if (result == voInetErrorCancelled && !hasRestarted && bringsWhatWasAsked(pass, false)) {
+        m_expected.keepsCancelled = true;
+        m_expected.start = sizeOf(pass.from);
+        m_expected.file = pass.from > 0 ? m_rules.local : "";
+        m_expected.body = pass.delivered;
+    }
 }
 
 voInetError DownloadOracle::transfer(Pass& pass) {
@@ -169,7 +195,7 @@ voInetError DownloadOracle::transferOverFtp(Pass& pass) {
             result = pass.status == 550 ? voInetErrorFileNotFound : voInetErrorFailed;
         }
         if (result == voInetErrorSuccess) {
-            break;
+            return bringsWhatWasAsked(pass, true) ? result : voInetErrorRangeIgnored;
         }
     }
     return result;
@@ -179,20 +205,24 @@ voInetError DownloadOracle::request(Pass& pass, int& status) {
     ServerModel& server = *servers.at(m_active);
     const Reach reach = server.answer(server.answers++, pass.from, pass.isCheck);
     server.connections += reach.connections;
-    const auto& stopAt = m_rules.stopAt;
-    if (stopAt && !pass.isCheck && *stopAt == 0) {
+    const bool isTold = !pass.isCheck && pass.hasSink;
+    const auto stopAt = isTold ? m_rules.stopAt : std::nullopt;
+    pass.headStatus = 0;
+    if (stopAt && *stopAt == 0) {
         status = 0;
         return voInetErrorCancelled;
     }
-    status = reach.status;
+    status = pass.headStatus = reach.status;
+    pass.contentRanges = reach.contentRanges;
     pass.delivered = reach.body;
     if (!pass.isCheck && pass.from > 0 && !m_rules.local && !reach.body.empty()) {
         return voInetErrorWriteFailed;  // there is nothing that could be continued
     }
-    if (stopAt && !pass.isCheck && reach.body.size() >= *stopAt) {
+    if (stopAt && reach.body.size() >= *stopAt) {
         return voInetErrorCancelled;
     }
-    return reach.transport;
+    const bool isCut = reach.transport == voInetErrorSuccess && reach.isHeadCut;
+    return isCut ? voInetErrorTransferFailed : reach.transport;
 }
 
 bool DownloadOracle::retriesAfter(int status) const {
@@ -200,12 +230,49 @@ bool DownloadOracle::retriesAfter(int status) const {
 }
 
 voInetError DownloadOracle::resultOfHttp(int status, const Pass& pass) const {
-    if (status == 200 && pass.from > 0) {
+    if (!bringsWhatWasAsked(pass, true)) {
         return voInetErrorRangeIgnored;
     }
     const auto* known = std::find_if(std::begin(kHttpResults), std::end(kHttpResults),
                                      [=](const StatusResult& row) { return row.status == status; });
     return known == std::end(kHttpResults) ? voInetErrorTransferFailed : known->result;
+}
+
+bool DownloadOracle::namesPart(const Pass& pass) const {
+    const bool hasHead = m_rules.isHttp || m_rules.isProxied;
+    return hasHead && pass.headStatus == 206 && !pass.contentRanges.empty();
+}
+
+std::optional<DownloadOracle::Range> DownloadOracle::rangeOf(const Pass& pass) {
+    static const std::regex kForm("bytes ([0-9]+)-([0-9]+)/([0-9]+)");
+    const auto& lines = pass.contentRanges;
+    const bool agree = std::all_of(lines.begin(), lines.end(),
+                                   [&](const std::string& line) { return line == lines.front(); });
+    std::smatch parts;
+    if (lines.empty() || !agree || !std::regex_match(lines.front(), parts, kForm)) {
+        return std::nullopt;
+    }
+    const auto first = numberOf(parts[1]);
+    const auto last = numberOf(parts[2]);
+    const auto total = numberOf(parts[3]);
+    if (!first || !last || !total || *first > *last || *last >= *total) {
+        return std::nullopt;
+    }
+    return Range{*first, *last, *total};
+}
+
+bool DownloadOracle::bringsWhatWasAsked(const Pass& pass, bool isComplete) const {
+    const bool hasHead = m_rules.isHttp || m_rules.isProxied;
+    if (hasHead && pass.headStatus == 200) {
+        return pass.from <= 0;
+    }
+    if (!namesPart(pass)) {
+        return true;
+    }
+    const auto range = rangeOf(pass);
+    return range && range->first == std::max(pass.from, 0L) && range->last == range->total - 1 &&
+           pass.total.value_or(range->total) == range->total &&
+           (!isComplete || pass.delivered.size() == sizeOf(range->last - range->first + 1));
 }
 
 bool DownloadOracle::matches(const Pass& check) const {

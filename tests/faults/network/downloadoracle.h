@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tessaro_com::pkm::voInet::faults {
 
@@ -75,8 +76,22 @@ class DownloadOracle {
     struct Pass {
         long from = 0;
         bool isCheck = false;
+        /// What a restart over FTP does not tell the sink cannot be stopped by it.
+        bool hasSink = true;
+        /// Size of the file at the server as the check has seen it.
+        std::optional<long> total = {};
         std::string delivered = {};
         int status = 0;
+        /// What the last answer's header lines say, also of one that fails.
+        int headStatus = 0;
+        std::vector<std::string> contentRanges = {};
+    };
+
+    /// What a Content-Range says, as numbers of bytes.
+    struct Range {
+        long first;
+        long last;
+        long total;
     };
 
     voInetError logOn(std::size_t form);
@@ -90,6 +105,14 @@ class DownloadOracle {
     bool retriesAfter(int status) const;
     voInetError resultOfHttp(int status, const Pass& pass) const;
     bool matches(const Pass& check) const;
+    Pass checkOffset();
+    /// Whether it is a 206 that says which part it is.
+    bool namesPart(const Pass& pass) const;
+    /// That of all its lines.
+    static std::optional<Range> rangeOf(const Pass& pass);
+    /// False when the header lines say that this is not what was asked for.
+    bool bringsWhatWasAsked(const Pass& pass, bool isComplete) const;
+    void takeResult(const Pass& pass, voInetError result, bool hasRestarted);
     void commit(const Pass& pass);
 
     std::string localBytes() const { return m_rules.local.value_or(""); }

@@ -5,8 +5,10 @@
 #include "virtualtime.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <chrono>
+#include <utility>
 
 namespace tessaro_com::pkm::voInet::faults {
 
@@ -29,9 +31,8 @@ constexpr const char kStatusLine[] = "HTTP/1.1 200 Reason\r\n";
 
 constexpr const char kNoLength[] = "no length: the end of the connection is the end of the file";
 constexpr const char kAnnounced[] = "the announced length decides";
-constexpr const char kHeaderCut[] = "an answer cut within its header lines";
+constexpr const char kHeaderCut[] = "exchange: an answer cut within its header lines";
 constexpr const char kOtherRange[] = "a 206 is taken for the range that was asked for";
-constexpr const char kWholeForPart[] = "a proxy's whole file counts as the part (FTP)";
 constexpr const char kErrorPage[] = "a proxy's page counts as the file (FTP)";
 
 std::string length(std::size_t size) {
@@ -133,8 +134,10 @@ Reach nothing(const HttpExchange&, Client) {
 Reach onlyStatus(const HttpExchange& exchange, Client) {
     return broken(exchange.status);
 }
-Reach emptyAnswer200(const HttpExchange&, Client) {
-    return {voInetErrorSuccess, 200, {}};
+Reach cutHead200(const HttpExchange&, Client) {
+    Reach reach{voInetErrorSuccess, 200, {}};
+    reach.isHeadCut = true;
+    return reach;
 }
 Reach wholeBodyButBroken(const HttpExchange& exchange, Client) {
     return broken(exchange.status, exchange.body);
@@ -180,6 +183,73 @@ std::string otherPart(const HttpExchange& exchange) {
     const std::size_t size = exchange.body.size();
     const std::size_t last = exchange.file.size() - std::min(exchange.file.size(), size);
     return exchange.file.substr(last == 0 ? 0 : exchange.place % last, size);
+}
+
+std::size_t numberAt(const std::string& text, std::size_t position) {
+    std::size_t number = 0;
+    std::from_chars(text.data() + position, text.data() + text.size(), number);
+    return number;
+}
+
+/// The well answer with other lines about its range.
+Reach withRanges(const HttpExchange& exchange, std::vector<std::string> ranges) {
+    Reach reach{voInetErrorSuccess, exchange.status, exchange.body};
+    reach.contentRanges = std::move(ranges);
+    return reach;
+}
+
+std::vector<std::string> linesOf(const HttpExchange& exchange) {
+    return exchange.contentRange.empty() ? std::vector<std::string>()
+                                         : std::vector<std::string>{exchange.contentRange};
+}
+
+/// The line of a 206 in which one thing is wrong, or one that would be right for an empty file.
+std::string invalidRange(const HttpExchange& exchange) {
+    const std::string right = exchange.contentRange.empty() ? "bytes 0-0/1" : exchange.contentRange;
+    const std::string numbers = right.substr(std::string("bytes ").size());
+    const std::string span = numbers.substr(0, numbers.find('/'));
+    const std::string first = span.substr(0, span.find('-'));
+    const std::array<std::string, 9> lines = {
+        "octets " + numbers,
+        "bytes +" + numbers,
+        "bytes -" + numbers,
+        "bytes " + span + "/*",
+        "bytes " + span + "/" + first,
+        "bytes " + span,
+        "bytes */" + first,
+        "bytes " + numbers + "x",
+        "bytes " + first + "-" + std::string(20, '9') + "/1" + std::string(20, '0')};
+    return lines.at(exchange.place % lines.size());
+}
+
+std::string rangeText(std::size_t first, std::size_t size, std::size_t total) {
+    return "bytes " + std::to_string(first) + "-" + std::to_string(first + size - 1) + "/" +
+           std::to_string(total);
+}
+
+std::size_t firstOf(const HttpExchange& exchange) {
+    return numberAt(exchange.contentRange, std::string("bytes ").size());
+}
+
+/// The rest of a file that has grown since the check.
+HttpExchange grown(HttpExchange exchange) {
+    if (exchange.status == 206 && exchange.isRest) {
+        exchange.body += 'x';
+        exchange.contentRange =
+            rangeText(firstOf(exchange), exchange.body.size(), exchange.file.size() + 1);
+    }
+    return exchange;
+}
+
+/// A part that is what it says, but ends too early.
+HttpExchange withoutLastByte(HttpExchange exchange) {
+    if (exchange.status != 206 || exchange.body.size() < 2) {
+        return exchange;
+    }
+    exchange.body.pop_back();
+    exchange.contentRange =
+        rangeText(firstOf(exchange), exchange.body.size(), exchange.file.size());
+    return exchange;
 }
 
 std::string endlessHeaders() {
@@ -230,7 +300,7 @@ std::vector<HttpFault> makeHttpFaults() {
          kClose, nothing},
         {"cut-in-headers", "connection closed",
          [](const E& e) { return kStatusLine + cut("X-First: 1\r\nContent-Le", e); }, kClose,
-         emptyAnswer200, kMayBeSeen, kHeaderCut},
+         cutHead200, kMayBeSeen, kHeaderCut},
         {"cut-behind-length", "connection closed",
          [](const E& e) { return kStatusLine + length(7) + "\r\n" + cut("X-Last: 1\r\n\r", e); },
          kClose, only200},
@@ -335,7 +405,33 @@ std::vector<HttpFault> makeHttpFaults() {
              other.contentRange = "bytes 7-8/9";
              return wellBytes(other);
          },
-         kClose, well},
+         kClose, [](const E& e, Client) { return withRanges(e, {"bytes 7-8/9"}); }},
+        {"content-range-not-valid", "ranges",
+         [](const E& e) {
+             E other = e;
+             other.contentRange = invalidRange(e);
+             return wellBytes(other);
+         },
+         kClose, [](const E& e, Client) { return withRanges(e, {invalidRange(e)}); }},
+        {"content-ranges-that-differ", "ranges",
+         [](const E& e) {
+             return headWith(e, {length(e.body.size()), "Content-Range: bytes 0-0/1"}) + e.body;
+         },
+         kClose,
+         [](const E& e, Client) {
+             return withRanges(e, {"bytes 0-0/1", e.contentRange});
+         }},
+        {"file-that-grows", "ranges", [](const E& e) { return wellBytes(grown(e)); }, kClose,
+         [](const E& e, Client) {
+             const E other = grown(e);
+             return withRanges(other, linesOf(other));
+         }},
+        {"part-of-the-range", "ranges", [](const E& e) { return wellBytes(withoutLastByte(e)); },
+         kClose,
+         [](const E& e, Client) {
+             const E part = withoutLastByte(e);
+             return withRanges(part, linesOf(part));
+         }},
         {"part-for-whole", "ranges",
          [](const E& e) {
              E part = e;
@@ -352,8 +448,7 @@ std::vector<HttpFault> makeHttpFaults() {
          kClose,
          [](const E& e, Client) {
              return Reach{voInetErrorSuccess, 200, e.file};
-         },
-         0, kWholeForPart},
+         }},
         {"not-satisfiable", "ranges", statusBytes<416>, kClose, statusReach<416>},
         {"not-satisfiable-empty", "ranges", [](const E&) { return wire::reply(416); }, kClose,
          [](const E&, Client) {
@@ -533,17 +628,19 @@ void finish(Ending ending, const std::string& bytes, wire::Conversation& client)
     }
 }
 
-std::size_t numberAt(const std::string& text, std::size_t position) {
-    std::size_t number = 0;
-    std::from_chars(text.data() + position, text.data() + text.size(), number);
-    return number;
-}
-
 }  // namespace
 
 const std::vector<HttpFault>& httpFaults() {
     static const std::vector<HttpFault> kFaults = makeHttpFaults();
     return kFaults;
+}
+
+Reach reachOf(const HttpFault& fault, const HttpExchange& exchange, Client client) {
+    Reach reach = fault.reach(exchange, client);
+    if (reach.contentRanges.empty()) {
+        reach.contentRanges = linesOf(exchange);
+    }
+    return reach;
 }
 
 HttpExchange wellAnswer(const std::string& file, const std::string& range) {
@@ -566,8 +663,8 @@ HttpExchange wellAnswer(const std::string& file, const std::string& range) {
         isOpen ? file.size() - 1 : std::min(file.size() - 1, numberAt(range, dash + 1));
     exchange.status = 206;
     exchange.body = file.substr(from, last + 1 - from);
-    exchange.contentRange = "bytes " + std::to_string(from) + "-" + std::to_string(last) + "/" +
-                            std::to_string(file.size());
+    exchange.contentRange = rangeText(from, exchange.body.size(), file.size());
+    exchange.isRest = isOpen;
     return exchange;
 }
 

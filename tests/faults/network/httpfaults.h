@@ -18,6 +18,8 @@ struct HttpExchange {
     std::string body = {};
     /// The whole file, of which the body may be a part.
     std::string file = {};
+    /// Of a request for everything from an offset on.
+    bool isRest = false;
     /// Decides where the fault happens.
     std::uint32_t place = 0;
     /// Redirects that have led here.
@@ -60,7 +62,7 @@ inline constexpr unsigned kUncertain = 1U << 2U;     ///< how much is delivered 
 inline constexpr unsigned kManySteps = 1U << 3U;     ///< several requests for one answer
 inline constexpr unsigned kDirectOnly = 1U << 4U;    ///< makes no sense through a proxy
 inline constexpr unsigned kDownloadOnly = 1U << 5U;  ///< of HTTP itself
-/// A client may also see that the answer is not complete; a later libcurl does.
+/// An exchange may also see that the answer is not complete; with a later libcurl it does.
 inline constexpr unsigned kMayBeSeen = 1U << 6U;
 }  // namespace httpflag
 
@@ -80,6 +82,9 @@ struct HttpFault {
 };
 
 const std::vector<HttpFault>& httpFaults();
+
+/// What reaches the client of this answer, with the lines about its range.
+Reach reachOf(const HttpFault& fault, const HttpExchange& exchange, Client client);
 
 /// The answer of a server that is well to a request for `file` with this Range header, or none
 /// ("").

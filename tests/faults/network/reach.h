@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace tessaro_com::pkm::voInet::faults {
 
@@ -19,6 +20,10 @@ struct Reach {
     std::string body = {};
     /// That the server sees for it.
     std::size_t connections = 1;
+    /// Values of the Content-Range lines of an HTTP answer.
+    std::vector<std::string> contentRanges = {};
+    /// The connection ended within the header lines.
+    bool isHeadCut = false;
 };
 
 inline Reach broken(int status = 0, std::string delivered = {}) {

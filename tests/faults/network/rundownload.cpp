@@ -59,8 +59,7 @@ std::string rangeText(long from, bool isCheck) {
 }
 
 /// Of a server with this fault in its answers.
-ServerModel modelOf(const Fault& fault, const Scenario& s, const std::string& file,
-                    bool mayBeSeen) {
+ServerModel modelOf(const Fault& fault, const Scenario& s, const std::string& file) {
     ServerModel model;
     const Client client = s.protocol == http ? Client::follows : Client::plain;
     model.answer = [=](std::size_t number, long from, bool isCheck) {
@@ -72,10 +71,7 @@ ServerModel modelOf(const Fault& fault, const Scenario& s, const std::string& fi
         const HttpFault& row = bad ? *fault.http : httpFaults().front();
         HttpExchange exchange = wellAnswer(file, rangeText(from, isCheck));
         exchange.place = s.place;
-        Reach reach = row.reach(exchange, client);
-        if (mayBeSeen && row.has(httpflag::kMayBeSeen)) {
-            reach.transport = voInetErrorTransferFailed;
-        }
+        Reach reach = reachOf(row, exchange, client);
         if (reach.transport == voInetErrorHostNotResolved && s.route != direct) {
             reach.transport = voInetErrorProxyNotResolved;
         }
@@ -88,8 +84,7 @@ ServerModel modelOf(const Fault& fault, const Scenario& s, const std::string& fi
     return model;
 }
 
-Expectation expectationOf(const Fault& fault, const Scenario& s, const std::string& file,
-                          bool mayBeSeen) {
+Expectation expectationOf(const Fault& fault, const Scenario& s, const std::string& file) {
     DownloadOracle::Rules rules;
     rules.isHttp = s.protocol == http;
     rules.isProxied = s.protocol == ftpProxy;
@@ -100,8 +95,8 @@ Expectation expectationOf(const Fault& fault, const Scenario& s, const std::stri
     rules.local = localContent(s, file);
     rules.offset = resumeOffset(s);
     DownloadOracle oracle(rules);
-    const auto bad = [&] { return modelOf(fault, s, file, mayBeSeen); };
-    const auto well = [&] { return modelOf(wellFault(fault.isFtp), s, file, false); };
+    const auto bad = [&] { return modelOf(fault, s, file); };
+    const auto well = [&] { return modelOf(wellFault(fault.isFtp), s, file); };
     switch (s.forms) {
         case lastForm:
             oracle.servers[2] = bad();
@@ -342,12 +337,7 @@ Verdict runDownload(const Scenario& scenario) {
     const std::string file = wire::makeBody(scenario.fileSize());
     const Observation seen =
         DownloadStage(scenario, fault, file).play(localContent(scenario, file));
-    Verdict verdict =
-        judge(expectationOf(fault, scenario, file, false), seen, fault, scenario, file);
-    if (!verdict.problem.empty() && fault.has(httpflag::kMayBeSeen)) {
-        return judge(expectationOf(fault, scenario, file, true), seen, fault, scenario, file);
-    }
-    return verdict;
+    return judge(expectationOf(fault, scenario, file), seen, fault, scenario, file);
 }
 
 }  // namespace tessaro_com::pkm::voInet::faults

@@ -78,7 +78,7 @@ Expectation expectationOf(const HttpFault& fault, const Scenario& s, const std::
     const auto forms = formsOf(s.forms);
     for (std::size_t form = 0; form < forms.size(); ++form) {
         const HttpFault& row = forms[form] ? fault : httpFaults().front();
-        Reach reach = row.reach(exchange, Client::plain);
+        Reach reach = reachOf(row, exchange, Client::plain);
         if (mayBeSeen && row.has(httpflag::kMayBeSeen)) {
             reach.transport = voInetErrorTransferFailed;
         }

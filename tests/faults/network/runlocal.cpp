@@ -124,6 +124,10 @@ std::optional<Expectation> fullDisk(LocalTrouble trouble, const Expectation& exp
     if (trouble != LocalTrouble::diskFull || expected.target->size() <= roomOf(source)) {
         return std::nullopt;
     }
+    if (expected.oddity == kStopKeeps) {
+        // A stop is a success whatever becomes of the last bytes.
+        return Expectation{expected.result, source.substr(0, roomOf(source)), kStopKeeps};
+    }
     const bool isPart = seen && seen->size() <= roomOf(source) && source.rfind(*seen, 0) == 0;
     return Expectation{voInetErrorWriteFailed, isPart ? seen : std::nullopt, kPartStays};
 }

@@ -215,6 +215,10 @@ void addFaults(Collection& all, Protocol protocol) {
         s = simple;
         s.sink = stopInside;
         all.add(s);
+        s.phase = laterAnswers;
+        s.start = prefix;
+        s.offset = one;
+        all.add(s);
     });
 }
 
