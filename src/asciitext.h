@@ -12,6 +12,11 @@ inline bool isBlank(char c) {
     return c == ' ' || c == '\t';
 }
 
+/// Blanks and all that ends a line or a page.
+inline bool isWhiteSpace(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
 inline char toLowerAscii(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }

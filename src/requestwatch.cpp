@@ -24,7 +24,8 @@ std::size_t headerCallback(char* line, std::size_t size, std::size_t count, void
 RequestWatch::RequestWatch(const CNetConnection& connection, RequestPurpose purpose,
                            const std::string& url, std::int64_t rangeStart)
     : m_purpose(purpose),
-      m_asksForFile(isDownload(purpose) && namesFile(url)),
+      m_asksForFile(connection.GetProtocol() == voInetProtocolFtp && isDownload(purpose) &&
+                    namesFile(url)),
       m_outer(watchOfThread) {
     if (TransferMonitor* const monitor = currentMonitor()) {
         m_monitored.emplace(*monitor, connection, purpose, url, rangeStart);
@@ -100,9 +101,12 @@ bool RequestWatch::takeBody(std::size_t bytes) {
 }
 
 unsigned long RequestWatch::writeBody(CallbackManager& manager, void* bytes, unsigned long size) {
-    // A check keeps no more than 1,024 bytes.
-    return m_purpose == requestDownload ? m_block.take(manager, bytes, size)
-                                        : manager.WriteData(bytes, size);
+    // A check keeps no more than 1,024 bytes, and a body that comes in a piece or two is not worth
+    // the memory of a block.
+    constexpr std::int64_t kLongestPiece = CURL_MAX_WRITE_SIZE;
+    const bool isShort = m_answer.contentLength().value_or(kLongestPiece + 1) <= kLongestPiece;
+    return m_purpose == requestDownload && !isShort ? m_block.take(manager, bytes, size)
+                                                    : manager.WriteData(bytes, size);
 }
 
 bool RequestWatch::goesOn() {

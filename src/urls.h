@@ -1,10 +1,12 @@
 #ifndef VOINET_SRC_URLS_H
 #define VOINET_SRC_URLS_H
 
+#include "asciitext.h"
 #include "kvecomn/anetworkutil.h"
 #include "voinet/INetUtils.h"
 #include "voinet/transferitf.h"
 
+#include <algorithm>
 #include <string>
 
 namespace tessaro_com::pkm::voInet {
@@ -24,13 +26,8 @@ inline std::string serverUrl(const char* scheme, const TransferItf& settings) {
 /// and joined credentials are cut like this, on purpose. White space is that of ASCII, whatever
 /// locale the host has set.
 inline std::string firstWord(const std::string& text) {
-    constexpr char kWhiteSpace[] = " \t\n\v\f\r";
-    const auto start = text.find_first_not_of(kWhiteSpace);
-    if (start == std::string::npos) {
-        return {};
-    }
-    const auto end = text.find_first_of(kWhiteSpace, start);
-    return text.substr(start, end == std::string::npos ? end : end - start);
+    const auto start = std::find_if_not(text.begin(), text.end(), isWhiteSpace);
+    return {start, std::find_if(start, text.end(), isWhiteSpace)};
 }
 
 /// The path of a file on the server: the relative path of the settings and `path`, with a "/"

@@ -117,8 +117,8 @@ class PathWalk {
             return;
         }
         const std::size_t end = m_rest.find('/', begin);
-        m_part = m_rest.substr(begin, end == std::string::npos ? end : end - begin);
-        m_rest = end == std::string::npos ? "" : m_rest.substr(end);
+        m_part.assign(m_rest, begin, end == std::string::npos ? end : end - begin);
+        m_rest.erase(0, end);
     }
 
     /// The status of the part; nothing when it does not exist.

@@ -112,34 +112,41 @@ void appendCharacter(std::string& text, char32_t character) {
     }
 }
 
-/// Length of the ASCII that a text begins with. Most texts are nothing else, and that is copied.
+/// Whether a text is nothing but ASCII. Most texts are, and those are copied.
 template <class Text>
-std::size_t asciiLength(const Text& text) {
-    std::size_t length = 0;
-    while (length < text.size() && static_cast<char32_t>(text[length]) < kLeastOfTwoBytes) {
-        ++length;
+bool isAscii(const Text& text) {
+    char32_t bits = 0;
+    for (const auto unit : text) {
+        bits |= static_cast<char32_t>(unit);
     }
-    return length;
+    return bits < kLeastOfTwoBytes;
 }
 
 }  // namespace
 
 std::string telmcomn_wide_to_ansi(const std::wstring& wide) {
-    const std::size_t ascii = asciiLength(wide);
-    std::string utf8(ascii, '\0');
-    std::transform(wide.begin(), wide.begin() + static_cast<std::ptrdiff_t>(ascii), utf8.begin(),
-                   [](wchar_t unit) { return static_cast<char>(unit); });
-    for (std::size_t position = ascii; position < wide.size(); ++position) {
-        const auto value = static_cast<char32_t>(wide[position]);
+    std::string utf8;
+    if (isAscii(wide)) {
+        utf8.resize(wide.size());
+        std::transform(wide.begin(), wide.end(), utf8.begin(),
+                       [](wchar_t unit) { return static_cast<char>(unit); });
+        return utf8;
+    }
+    utf8.reserve(wide.size());
+    for (const wchar_t unit : wide) {
+        const auto value = static_cast<char32_t>(unit);
         appendCharacter(utf8, isCharacter(value) ? value : kReplacementCharacter);
     }
     return utf8;
 }
 
 std::wstring telmcomn_ansi_to_wide(const std::string& utf8) {
-    const std::size_t ascii = asciiLength(utf8);
-    std::wstring wide(utf8.begin(), utf8.begin() + static_cast<std::ptrdiff_t>(ascii));
-    std::size_t position = ascii;
+    if (isAscii(utf8)) {
+        return std::wstring(utf8.begin(), utf8.end());
+    }
+    std::wstring wide;
+    wide.reserve(utf8.size());
+    std::size_t position = 0;
     while (position < utf8.size()) {
         wide.push_back(static_cast<wchar_t>(decodeNext(utf8, position)));
     }
