@@ -101,9 +101,9 @@ bool RequestWatch::takeBody(std::size_t bytes) {
 }
 
 unsigned long RequestWatch::writeBody(CallbackManager& manager, void* bytes, unsigned long size) {
-    // A check keeps no more than 1,024 bytes, and a body that comes in a piece or two is not worth
-    // the memory of a block.
-    constexpr std::int64_t kLongestPiece = CURL_MAX_WRITE_SIZE;
+    // A check keeps no more than 1,024 bytes, and a body that comes in a piece or two, of 16 KiB at
+    // the most, is not worth the memory of a block.
+    constexpr std::int64_t kLongestPiece = 16384;
     const bool isShort = m_answer.contentLength().value_or(kLongestPiece + 1) <= kLongestPiece;
     return m_purpose == requestDownload && !isShort ? m_block.take(manager, bytes, size)
                                                     : manager.WriteData(bytes, size);
