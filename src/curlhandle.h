@@ -48,10 +48,14 @@ class HeaderList {
 /// Sets an option that is a text, which libcurl copies. Throws std::bad_alloc when it has no memory
 /// for that, since a request without its proxy, range or CA file is another request; any other
 /// answer is not looked at.
-inline void setTextOption(CURL* handle, CURLoption option, const std::string& text) {
-    if (curl_easy_setopt(handle, option, text.c_str()) == CURLE_OUT_OF_MEMORY) {
+inline void setTextOption(CURL* handle, CURLoption option, const char* text) {
+    if (curl_easy_setopt(handle, option, text) == CURLE_OUT_OF_MEMORY) {
         throw std::bad_alloc();
     }
+}
+
+inline void setTextOption(CURL* handle, CURLoption option, const std::string& text) {
+    setTextOption(handle, option, text.c_str());
 }
 
 /// CURLAUTH_ANY as curl_easy_setopt reads it.
