@@ -124,7 +124,7 @@ class DirectoryNames {
     }
 
     int m_directory;
-    alignas(dirent64) char m_buffer[std::size_t{16} * 1024];
+    alignas(dirent64) char m_buffer[std::size_t{16} * 1024] = {};
     std::size_t m_position = 0;
     std::size_t m_end = 0;
 };
